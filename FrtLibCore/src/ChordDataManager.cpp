@@ -109,15 +109,6 @@ std::string dictionaryBass(int semitones, int degree, std::string_view root) {
     return std::string(plain);
 }
 
-/// A note as a person types it in a list: trimmed, upper case, "#" for "♯", "Eb" for "E♭".
-std::string normalisedNoteToken(std::string_view token) {
-    auto result = text::replaceAll(text::asciiUpper(text::trimmed(token)), "#", "♯");
-    if (text::characterCount(result) == 2 && std::string_view("ABCDEFG").find(result[0]) !=
-                                                 std::string_view::npos && result[1] == 'B')
-        result = result.substr(0, 1) + "♭";
-    return result;
-}
-
 std::string withSign(std::string_view text, std::string_view sign, std::string_view ascii) {
     return text::replaceAll(text, sign, ascii);
 }
@@ -372,11 +363,11 @@ std::vector<std::string> ChordDataManager::aliases(Note root, std::string_view c
 
 std::vector<Chord> ChordDataManager::chordsMatching(std::string_view notesText) const {
     const auto tokens = text::split(notesText, ',');
-    const auto bass = semitoneIndex(normalisedNoteToken(tokens.front()));
+    const auto bass = pitchOfTypedNote(tokens.front());
     if (!bass) return {};
     std::uint16_t wanted = 0;
     for (const auto token : tokens)
-        if (const auto pitch = semitoneIndex(normalisedNoteToken(token)))
+        if (const auto pitch = pitchOfTypedNote(token))
             wanted |= static_cast<std::uint16_t>(1u << *pitch);
     if (static_cast<std::size_t>(std::popcount(wanted)) < tokens.size()) return {};
 
@@ -390,7 +381,7 @@ std::vector<Chord> ChordDataManager::chordsMatching(std::string_view notesText) 
 std::vector<Chord> ChordDataManager::similarChords(std::string_view notesText) const {
     std::uint16_t wanted = 0;
     for (const auto token : text::split(notesText, ','))
-        if (const auto pitch = semitoneIndex(normalisedNoteToken(token)))
+        if (const auto pitch = pitchOfTypedNote(token))
             wanted |= static_cast<std::uint16_t>(1u << *pitch);
     const int wantedCount = std::popcount(wanted);
     if (wantedCount < 2) return {};

@@ -87,6 +87,14 @@ std::optional<int> semitoneIndex(std::string_view name) {
     return std::nullopt;
 }
 
+std::optional<int> pitchOfTypedNote(std::string_view token) {
+    auto name = text::replaceAll(text::asciiUpper(text::trimmed(token)), "#", "♯");
+    if (text::characterCount(name) == 2 && std::string_view("ABCDEFG").find(name[0]) != std::string_view::npos &&
+        name[1] == 'B')
+        name = name.substr(0, 1) + "♭";
+    return semitoneIndex(name);
+}
+
 std::vector<int> noteNumbers(Note root, std::span<const int> intervals) {
     std::vector<int> numbers;
     numbers.reserve(intervals.size());

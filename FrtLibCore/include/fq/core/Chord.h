@@ -25,12 +25,13 @@ struct ChordHash {
     std::size_t operator()(const Chord& chord) const noexcept;
 };
 
-/// {"rootNote": "C♯", "chordType": "minor 7th", "variant": 0}
-nlohmann::json toJson(const Chord& chord);
+/// {"rootNote": "C♯", "chordType": "minor 7th", "variant": 0}, keys in that order.
+nlohmann::ordered_json toJson(const Chord& chord);
 
 /// Reads the JSON form; "variant" is optional. An unknown root fails with
 /// "Unrecognised note: <text>".
 tl::expected<Chord, Error> chordFromJson(const nlohmann::json& json);
+tl::expected<Chord, Error> chordFromJson(const nlohmann::ordered_json& json);
 
 /// One catalogue row.
 struct ChordData {

@@ -31,6 +31,10 @@ const std::array<std::string_view, 21>& naturalLetters();
 /// Pitch position 0 to 11 of any spelling in the rows; ASCII signs are not note names.
 std::optional<int> semitoneIndex(std::string_view name);
 
+/// The pitch position of a note as a person types it in a list: blanks around it
+/// are ignored, case does not matter, "#" means "♯" and "Eb" means "E♭".
+std::optional<int> pitchOfTypedNote(std::string_view token);
+
 /// MIDI numbers of a chord voiced from the root's base number: each value is raised
 /// by octaves until it stands strictly above the previous one.
 std::vector<int> noteNumbers(Note root, std::span<const int> intervals);

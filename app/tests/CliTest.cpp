@@ -1,0 +1,99 @@
+#include "fq/app/Cli.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <sstream>
+
+namespace fq::app {
+namespace {
+
+struct Run {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+Run run(std::vector<const char*> arguments) {
+    std::ostringstream out, err;
+    const int status = runCli(arguments, out, err);
+    return {status, out.str(), err.str()};
+}
+
+TEST(CliTest, ChordShowPrintsTheDocumentedJson) {
+    const auto result = run({"chord", "show", "C/E", "--json"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    const auto json = nlohmann::ordered_json::parse(result.out);
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : json.items()) keys.push_back(key);
+    EXPECT_EQ(keys, (std::vector<std::string>{"chord", "name", "shortestName", "formula", "notes",
+                                              "intervalNames", "rootedIntervalNames", "aliases",
+                                              "mood", "genres", "description"}));
+    EXPECT_EQ(json["chord"].dump(), R"({"rootNote":"C","chordType":"major","variant":1})");
+    EXPECT_EQ(json["name"], "C major/E");
+    EXPECT_EQ(json["shortestName"], "C/E");
+    EXPECT_EQ(json["notes"], nlohmann::json::parse(R"(["C","E","G"])"));
+    EXPECT_EQ(json["rootedIntervalNames"], nlohmann::json::parse(R"(["Major Third","Perfect Fifth","Root"])"));
+    EXPECT_EQ(json["mood"], "happy, bright, stable, uplifting");
+    EXPECT_EQ(json["description"].get<std::string>().rfind("The C major chord", 0), 0u);
+}
+
+TEST(CliTest, ChordsByPartsAndVariants) {
+    const auto byParts = run({"chord", "show", "--root", "Eb", "--type", "minor 7th", "--variant", "2", "--json"});
+    ASSERT_EQ(byParts.status, 0) << byParts.err;
+    EXPECT_EQ(nlohmann::json::parse(byParts.out)["name"], "E♭ minor 7th/B♭");
+    const auto symbolWithVariant = run({"chord", "show", "Am", "--variant", "1", "--json"});
+    ASSERT_EQ(symbolWithVariant.status, 0) << symbolWithVariant.err;
+    EXPECT_EQ(nlohmann::json::parse(symbolWithVariant.out)["chord"]["variant"], 1);
+    const auto text = run({"chord", "show", "C"});
+    EXPECT_NE(text.out.find("C major  (C)"), std::string::npos);
+    EXPECT_NE(text.out.find("x32010"), std::string::npos);
+}
+
+TEST(CliTest, SearchesPrintArraysOfChords) {
+    const auto match = run({"chord", "match", "E, G, C", "--json"});
+    ASSERT_EQ(match.status, 0) << match.err;
+    EXPECT_EQ(match.out, "[{\"rootNote\":\"C\",\"chordType\":\"major\",\"variant\":1}]\n");
+    EXPECT_EQ(run({"chord", "match", "C,C,E", "--json"}).out, "[]\n");
+    const auto similar = run({"chord", "similar", "c, e", "--json"});
+    ASSERT_EQ(similar.status, 0) << similar.err;
+    const auto chords = nlohmann::ordered_json::parse(similar.out);
+    ASSERT_TRUE(chords.is_array());
+    EXPECT_EQ(chords.front().dump(), R"({"rootNote":"C","chordType":"major","variant":0})");
+    EXPECT_NE(run({"chord", "match", "E,G,C"}).out.find("C major/E"), std::string::npos);
+}
+
+TEST(CliTest, BadInputIsOneLineOnStandardErrorWithStatusOne) {
+    const std::vector<std::pair<std::vector<const char*>, std::string>> cases{
+        {{"chord", "show", "H7"}, "Unknown chord: H7\n"},
+        {{"chord", "show", "--root", "C", "--type", "mayor"}, "Unknown chord type: mayor\n"},
+        {{"chord", "show", "C", "--root", "D"}, "Give either a chord symbol or --root with --type, not both\n"},
+        {{"chord", "show"}, "Name a chord, e.g. \"Am7\", or give --root and --type\n"},
+        {{"chord", "match", "C, H, G"}, "Unknown note: H\n"},
+        {{"chord", "match", "C,E,"}, "Missing a note in \"C,E,\"\n"},
+        {{"chord", "show", "C", "--variant", "many"}, ""},
+        {{"chord", "sing"}, ""},
+    };
+    for (const auto& [arguments, message] : cases) {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.status, 1) << arguments.back();
+        EXPECT_TRUE(result.out.empty()) << arguments.back();
+        ASSERT_FALSE(result.err.empty());
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        if (!message.empty()) {
+            EXPECT_EQ(result.err, message);
+        }
+    }
+}
+
+TEST(CliTest, HelpAndWelcomeGoToStandardOutput) {
+    const auto help = run({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("chord"), std::string::npos);
+    const auto welcome = run({});
+    EXPECT_EQ(welcome.status, 0);
+    EXPECT_NE(welcome.out.find("fretquill chord show"), std::string::npos);
+}
+
+} // namespace
+} // namespace fq::app

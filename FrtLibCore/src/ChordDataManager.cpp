@@ -223,7 +223,8 @@ void ChordDataManager::buildDictionary() {
 
 void ChordDataManager::registerAliases(std::string_view root, const ChordData& data,
                                        std::uint32_t chordIndex, std::string_view bass) {
-    const std::string slash = bass.empty() ? std::string() : "/" + std::string(bass);
+    std::string slash;
+    if (!bass.empty()) slash.append("/").append(bass);
     const auto store = [&](std::string key) {
         auto [entry, inserted] = aliasIndex_.try_emplace(std::move(key), chordIndex);
         if (!inserted) {

@@ -17,8 +17,6 @@ namespace {
 constexpr std::array<std::string_view, 17> rootNotes{
     "C", "D", "E", "F", "G", "A", "B", "C♯", "D♯", "F♯", "G♯", "A♯", "D♭", "E♭", "G♭", "A♭", "B♭"};
 
-constexpr std::size_t defaultNameLength = 12;
-
 struct PriorityRow {
     Note root;
     std::string_view chordType;

@@ -17,6 +17,11 @@
 
 namespace fq::core {
 
+namespace config {
+/// Longest type key a display name spells out before it falls back to the short title.
+inline constexpr std::size_t nameLength = 12;
+} // namespace config
+
 /// Frets lowest string first, -1 for a muted string.
 using FretList = std::array<int, 6>;
 
@@ -73,7 +78,7 @@ public:
     /// "C minor", "C5", "C min/maj7", "C major/E": the key when it has at most
     /// `maxLength` characters, else the short title.
     std::string name(Note root, std::string_view chordType, int variant,
-                     std::size_t maxLength = 12) const;
+                     std::size_t maxLength = config::nameLength) const;
     std::string shortestName(Note root, std::string_view chordType, int variant) const;
     std::vector<std::string> aliases(Note root, std::string_view chordType, int variant) const;
 

@@ -1,5 +1,6 @@
 # Every third-party library, found once here; scripts/bootstrap installs them.
 find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
 # libpd lives in its own prefix (scripts/bootstrap builds it there).
 list(APPEND CMAKE_PREFIX_PATH /opt/fretquill/libpd)
 

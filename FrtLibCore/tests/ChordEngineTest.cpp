@@ -36,6 +36,8 @@ struct SampleGroup {
     bool everyVariant;
 };
 
+void PrintTo(const SampleGroup& group, std::ostream* out) { *out << group.name; }
+
 class FastGeneratorMatchesOracle : public ::testing::TestWithParam<SampleGroup> {};
 
 TEST_P(FastGeneratorMatchesOracle, ShapeForShapeInTheSameOrder) {

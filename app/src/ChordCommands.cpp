@@ -4,6 +4,8 @@
 #include "fq/app/FretDiagram.h"
 
 #include <fq/core/ChordDataManager.h>
+#include <fq/core/ChordEngine.h>
+#include <fq/core/ChordPositions.h>
 #include <fq/core/ChordTexts.h>
 #include <fq/core/Spelling.h>
 
@@ -42,17 +44,18 @@ std::string wrapped(std::string_view text, std::size_t width, std::string_view i
             result += "\n";
             lineLength = 0;
         }
-        if (lineLength == 0) {
-            result += indent;
-            lineLength = indent.size();
-        } else {
-            result += " ";
-            ++lineLength;
-        }
+        result += lineLength == 0 ? std::string(indent) : std::string(" ");
+        lineLength += lineLength == 0 ? indent.size() : 1;
         result += word;
         lineLength += word.size();
     }
     return result;
+}
+
+std::string indented(const std::vector<std::string>& lines, std::string_view indent) {
+    std::string text;
+    for (const auto& line : lines) text += std::string(indent) + line + "\n";
+    return text;
 }
 
 Json chordArray(const std::vector<Chord>& chords) {
@@ -85,26 +88,34 @@ void requireNoteList(std::string_view text) {
     }
 }
 
-struct ShowOptions {
+/// A chord named by one symbol, or by --root, --type and --variant.
+struct ChordSelection {
     std::string symbol;
     std::string root;
     std::string type = "major";
     int variant = 0;
-    bool json = false;
-};
+    CLI::App* command = nullptr;
 
-Chord chordFromOptions(const ShowOptions& options, const CLI::App& command) {
-    const bool byParts = command.count("--root") > 0;
-    if (byParts && !options.symbol.empty())
-        throw CommandError("Give either a chord symbol or --root with --type, not both");
-    if (!byParts && options.symbol.empty())
-        throw CommandError("Name a chord, e.g. \"Am7\", or give --root and --type");
-    if (byParts) return valueOrThrow(chordFromParts(options.root, options.type, options.variant));
-    auto chord = valueOrThrow(chordFromSymbol(options.symbol));
-    if (command.count("--variant") > 0)
-        chord = valueOrThrow(chordFromParts(core::rawValue(chord.rootNote), chord.chordType, options.variant));
-    return chord;
-}
+    void addOptions(CLI::App* to) {
+        command = to;
+        to->add_option("CHORD", symbol, "A chord symbol: Am7, \"C♯ minor 7th\", Bb7, C/E");
+        to->add_option("--root", root, "Root note, e.g. C, F#, E♭");
+        to->add_option("--type", type, "Catalogue chord type, e.g. \"minor 7th\" (default major)");
+        to->add_option("--variant", variant, "Inversion: 0 is root position, n puts note n in the bass");
+    }
+
+    Chord resolve() const {
+        const bool byParts = command->count("--root") > 0;
+        if (byParts && !symbol.empty())
+            throw CommandError("Give either a chord symbol or --root with --type, not both");
+        if (!byParts && symbol.empty()) throw CommandError("Name a chord, e.g. \"Am7\", or give --root and --type");
+        if (byParts) return valueOrThrow(chordFromParts(root, type, variant));
+        auto chord = valueOrThrow(chordFromSymbol(symbol));
+        if (command->count("--variant") > 0)
+            chord = valueOrThrow(chordFromParts(core::rawValue(chord.rootNote), chord.chordType, variant));
+        return chord;
+    }
+};
 
 Json chordDetails(const Chord& chord) {
     const auto& manager = ChordDataManager::shared();
@@ -138,12 +149,28 @@ void printChord(std::ostream& out, const Chord& chord) {
     out << fmt::format("  Mood        {}\n", text("mood"));
     out << fmt::format("  Genres      {}\n\n", text("genres"));
     out << wrapped(text("description"), 78, "  ") << "\n";
-    const auto shapes = ChordDataManager::shared().priorityPositions(chord);
+    const auto shapes = core::positions(chord.rootNote, chord.chordType, chord.variant, 1, core::Tuning::standard);
     if (!shapes.empty()) {
-        out << fmt::format("\n  A favourite shape: {}\n\n", compactFrets(shapes.front()));
-        std::istringstream lines(renderFretDiagram(shapes.front()));
-        for (std::string line; std::getline(lines, line);) out << "  " << line << "\n";
+        const auto& shape = shapes.front();
+        out << fmt::format("\n  First shape: {}   (all of them: fretquill chord shapes {})\n\n",
+                           compactFrets(shape.position), text("shortestName"));
+        out << indented(renderFretDiagram(shape.position, shape.fingering, core::Tuning::standard), "  ");
     }
+}
+
+void printShapes(std::ostream& out, const Chord& chord, const std::vector<core::ChordPosition>& shapes,
+                 std::span<const std::string_view> tuning) {
+    const auto name = ChordDataManager::shared().name(chord.rootNote, chord.chordType, chord.variant);
+    out << fmt::format("{}: {} shape{} in {}\n\n", name, shapes.size(), shapes.size() == 1 ? "" : "s",
+                       fmt::join(tuning, " "));
+    if (shapes.empty()) return;
+    std::vector<std::vector<std::string>> diagrams;
+    std::vector<std::string> titles;
+    for (std::size_t i = 0; i < shapes.size(); ++i) {
+        diagrams.push_back(renderFretDiagram(shapes[i].position, shapes[i].fingering, tuning));
+        titles.push_back(fmt::format("{:>3}  {}", i + 1, compactFrets(shapes[i].position)));
+    }
+    out << renderDiagramRows(diagrams, titles, 5);
 }
 
 } // namespace
@@ -153,28 +180,81 @@ void printWelcome(std::ostream& out) {
     printChord(out, Chord{core::Note::C, "major", 0});
     out << "\nGo on with:\n"
            "  fretquill chord show Am7                 any chord by name (\"C♯ minor 7th\", \"Bb7\", \"C/E\")\n"
-           "  fretquill chord show --root F# --type \"minor 7th\" --variant 1\n"
+           "  fretquill chord shapes G7                every shape, with fingers\n"
+           "  fretquill chord shapes D --tuning D,A,D,G,B,E\n"
+           "  fretquill chord fingering x32010         which finger goes where\n"
            "  fretquill chord match \"E, G, C\"          which chord has exactly these notes\n"
            "  fretquill chord similar \"C, E, B\"        chords close to these notes\n"
            "  fretquill --help                         every command; add --json for JSON\n";
 }
 
 void addChordCommands(CLI::App& app, CommandContext& context) {
-    auto* chord = app.add_subcommand("chord", "Look up chords: names, notes, formulas and descriptions");
+    auto* chord = app.add_subcommand("chord", "Look up chords: names, notes, shapes, fingers and descriptions");
     chord->require_subcommand(1);
 
+    struct ShowOptions {
+        ChordSelection chord;
+        bool json = false;
+    };
     auto show = std::make_shared<ShowOptions>();
     auto* showCommand = chord->add_subcommand("show", "Show a chord's names, notes, intervals and description");
-    showCommand->add_option("CHORD", show->symbol, "A chord symbol: Am7, \"C♯ minor 7th\", Bb7, C/E");
-    showCommand->add_option("--root", show->root, "Root note, e.g. C, F#, E♭");
-    showCommand->add_option("--type", show->type, "Catalogue chord type, e.g. \"minor 7th\" (default major)");
-    showCommand->add_option("--variant", show->variant, "Inversion: 0 is root position, n puts note n in the bass");
+    show->chord.addOptions(showCommand);
     showCommand->add_flag("--json", show->json, "Print JSON");
-    showCommand->callback([&context, show, showCommand] {
-        *context.action = [&context, show, showCommand] {
-            const auto chosen = chordFromOptions(*show, *showCommand);
+    showCommand->callback([&context, show] {
+        *context.action = [&context, show] {
+            const auto chosen = show->chord.resolve();
             if (show->json) context.out << chordDetails(chosen).dump() << "\n";
             else printChord(context.out, chosen);
+            return 0;
+        };
+    });
+
+    struct ShapesOptions {
+        ChordSelection chord;
+        std::string tuning = "E,A,D,G,B,E";
+        int limit = -1;
+        bool json = false;
+    };
+    auto shapes = std::make_shared<ShapesOptions>();
+    auto* shapesCommand = chord->add_subcommand("shapes", "Every playable shape of a chord, with fingers");
+    shapes->chord.addOptions(shapesCommand);
+    shapesCommand->add_option("--tuning", shapes->tuning, "Six open notes, lowest string first (default E,A,D,G,B,E)");
+    shapesCommand->add_option("--limit", shapes->limit, "Show only the first N shapes");
+    shapesCommand->add_flag("--json", shapes->json, "Print JSON");
+    shapesCommand->callback([&context, shapes] {
+        *context.action = [&context, shapes] {
+            const auto chosen = shapes->chord.resolve();
+            const auto tuningNotes = valueOrThrow(tuningFromText(shapes->tuning));
+            const std::vector<std::string_view> tuning(tuningNotes.begin(), tuningNotes.end());
+            if (shapes->limit < -1) throw CommandError(fmt::format("The limit must be 0 or more: {}", shapes->limit));
+            const auto list = core::positions(chosen.rootNote, chosen.chordType, chosen.variant, shapes->limit, tuning);
+            if (shapes->json) context.out << core::toJson(list).dump() << "\n";
+            else printShapes(context.out, chosen, list, tuning);
+            return 0;
+        };
+    });
+
+    struct FingeringOptions {
+        std::string frets;
+        bool json = false;
+    };
+    auto fingering = std::make_shared<FingeringOptions>();
+    auto* fingeringCommand = chord->add_subcommand("fingering", "Which finger goes on which string of a shape");
+    fingeringCommand->add_option("FRETS", fingering->frets, "Six frets, lowest string first: x,3,2,0,1,0 or x32010")
+        ->required();
+    fingeringCommand->add_flag("--json", fingering->json, "Print JSON");
+    fingeringCommand->callback([&context, fingering] {
+        *context.action = [&context, fingering] {
+            const auto frets = valueOrThrow(fretsFromText(fingering->frets));
+            const auto fingers = core::ChordEngine::fingering(frets);
+            if (fingering->json) {
+                context.out << Json(fingers).dump() << "\n";
+            } else if (fingers.empty()) {
+                context.out << compactFrets(frets) << ": no string is fretted, so no fingers are needed.\n";
+            } else {
+                context.out << fmt::format("{}: fingers {}\n\n", compactFrets(frets), fmt::join(fingers, " "));
+                context.out << indented(renderFretDiagram(frets, fingers, core::Tuning::standard), "  ");
+            }
             return 0;
         };
     });

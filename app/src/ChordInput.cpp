@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
 #include <string>
 
 namespace fq::app {
@@ -63,6 +64,59 @@ tl::expected<core::Chord, Error> chordFromParts(std::string_view root, std::stri
         return tl::unexpected(Error{fmt::format("Variant {} is out of range for {} (0 to {})",
                                                 variant, manager.name(*note, type, 0), last)});
     return core::Chord{*note, std::string(type), variant};
+}
+
+tl::expected<std::vector<int>, Error> fretsFromText(std::string_view text) {
+    const auto invalid = [&] {
+        return tl::unexpected(Error{fmt::format(
+            "Frets must be six values from x (or -1) to 24, lowest string first, like x,3,2,0,1,0 or x32010: {}",
+            text)});
+    };
+    std::vector<std::string_view> pieces;
+    if (text.find(',') == std::string_view::npos) {
+        for (std::size_t i = 0; i < text.size(); ++i) pieces.push_back(text.substr(i, 1));
+    } else {
+        for (std::size_t start = 0;;) {
+            const auto end = text.find(',', start);
+            pieces.push_back(text.substr(start, end == text.npos ? text.npos : end - start));
+            if (end == text.npos) break;
+            start = end + 1;
+        }
+    }
+    if (pieces.size() != 6) return invalid();
+    std::vector<int> frets;
+    for (auto piece : pieces) {
+        while (!piece.empty() && piece.front() == ' ') piece.remove_prefix(1);
+        while (!piece.empty() && piece.back() == ' ') piece.remove_suffix(1);
+        if (piece == "x" || piece == "X") {
+            frets.push_back(-1);
+            continue;
+        }
+        int fret = 0;
+        const auto [end, error] = std::from_chars(piece.data(), piece.data() + piece.size(), fret);
+        if (piece.empty() || error != std::errc{} || end != piece.data() + piece.size() || fret < -1 || fret > 24)
+            return invalid();
+        frets.push_back(fret);
+    }
+    return frets;
+}
+
+tl::expected<std::vector<std::string>, Error> tuningFromText(std::string_view text) {
+    std::vector<std::string> notes;
+    for (std::size_t start = 0;;) {
+        const auto end = text.find(',', start);
+        auto piece = text.substr(start, end == text.npos ? text.npos : end - start);
+        while (!piece.empty() && piece.front() == ' ') piece.remove_prefix(1);
+        while (!piece.empty() && piece.back() == ' ') piece.remove_suffix(1);
+        const auto note = noteFromUserText(piece);
+        if (!note) return tl::unexpected(Error{fmt::format("Unknown note in tuning: {}", piece)});
+        notes.emplace_back(core::rawValue(*note));
+        if (end == text.npos) break;
+        start = end + 1;
+    }
+    if (notes.size() != 6)
+        return tl::unexpected(Error{fmt::format("A tuning needs six notes, lowest string first, like D,A,D,G,B,E: {}", text)});
+    return notes;
 }
 
 } // namespace fq::app

@@ -63,6 +63,29 @@ TEST(CliTest, SearchesPrintArraysOfChords) {
     EXPECT_NE(run({"chord", "match", "E,G,C"}).out.find("C major/E"), std::string::npos);
 }
 
+TEST(CliTest, ShapesAndFingers) {
+    const auto shapes = run({"chord", "shapes", "C", "--limit", "3", "--json"});
+    ASSERT_EQ(shapes.status, 0) << shapes.err;
+    const auto list = nlohmann::ordered_json::parse(shapes.out);
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(list.front().dump(), R"({"position":[-1,3,2,0,1,0],"fingering":[0,3,2,0,1,0]})");
+
+    const auto dropD = nlohmann::json::parse(run({"chord", "shapes", "D", "--tuning", "D,A,D,G,B,E", "--json"}).out);
+    const auto standard = nlohmann::json::parse(run({"chord", "shapes", "D", "--json"}).out);
+    EXPECT_NE(dropD, standard);
+    EXPECT_EQ(run({"chord", "shapes", "C", "--limit", "0", "--json"}).out, "[]\n");
+
+    const auto text = run({"chord", "shapes", "F", "--limit", "1"});
+    EXPECT_NE(text.out.find("133211"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("1 │ │ │ 1 1"), std::string::npos) << "the barre on the first fret";
+    EXPECT_NE(text.out.find("│ 3 4 │ │ │"), std::string::npos) << "ring and little finger on the third";
+
+    for (const char* frets : {"1,3,3,2,1,1", "133211", "1, 3, 3, 2, 1, 1"})
+        EXPECT_EQ(run({"chord", "fingering", frets, "--json"}).out, "[1,3,4,2,1,1]\n") << frets;
+    EXPECT_EQ(run({"chord", "fingering", "x,x,x,x,x,x", "--json"}).out, "[]\n");
+    EXPECT_EQ(run({"chord", "fingering", "-1,3,2,0,1,3", "--json"}).out, "[0,3,2,0,1,4]\n");
+}
+
 TEST(CliTest, BadInputIsOneLineOnStandardErrorWithStatusOne) {
     const std::vector<std::pair<std::vector<const char*>, std::string>> cases{
         {{"chord", "show", "H7"}, "Unknown chord: H7\n"},
@@ -72,6 +95,12 @@ TEST(CliTest, BadInputIsOneLineOnStandardErrorWithStatusOne) {
         {{"chord", "match", "C, H, G"}, "Unknown note: H\n"},
         {{"chord", "match", "C,E,"}, "Missing a note in \"C,E,\"\n"},
         {{"chord", "show", "C", "--variant", "many"}, ""},
+        {{"chord", "shapes", "C", "--tuning", "E,A,D,G,B"}, "A tuning needs six notes, lowest string first, like D,A,D,G,B,E: E,A,D,G,B\n"},
+        {{"chord", "shapes", "C", "--tuning", "E,A,D,G,H,E"}, "Unknown note in tuning: H\n"},
+        {{"chord", "shapes", "C", "--limit", "-2"}, "The limit must be 0 or more: -2\n"},
+        {{"chord", "fingering", "x3201"}, ""},
+        {{"chord", "fingering", "x,3,2,0,1,25"}, ""},
+        {{"chord", "fingering", "x,3,2,0,1,"}, ""},
         {{"chord", "sing"}, ""},
     };
     for (const auto& [arguments, message] : cases) {

@@ -7,7 +7,9 @@
 #include <tl/expected.hpp>
 
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace fq::app {
 
@@ -22,5 +24,13 @@ tl::expected<core::Chord, Error> chordFromSymbol(std::string_view text);
 /// A chord given as root, catalogue type and inversion, checked against the catalogue.
 tl::expected<core::Chord, Error> chordFromParts(std::string_view root, std::string_view type,
                                                 int variant);
+
+/// Six frets, lowest string first: "x,3,2,0,1,0" (x or -1 mutes a string) or the
+/// link form "x32010".
+tl::expected<std::vector<int>, Error> fretsFromText(std::string_view text);
+
+/// Six open notes, lowest string first, e.g. "D,A,D,G,B,E" or "Eb,Ab,Db,Gb,Bb,Eb";
+/// given back with the true signs.
+tl::expected<std::vector<std::string>, Error> tuningFromText(std::string_view text);
 
 } // namespace fq::app

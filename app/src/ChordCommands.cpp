@@ -8,6 +8,7 @@
 #include <fq/core/ChordPositions.h>
 #include <fq/core/ChordTexts.h>
 #include <fq/core/Spelling.h>
+#include <fq/personal/SharedStore.h>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -86,6 +87,16 @@ void requireNoteList(std::string_view text) {
         if (end == text.npos) return;
         start = end + 1;
     }
+}
+
+/// Shapes are remembered in the preference store between runs. A store that
+/// cannot be opened only costs the time to generate them again.
+void useShapeMemo() {
+    static const bool installed = [] {
+        if (auto store = personal::SharedStore::openDefault()) core::installShapeMemo(std::move(*store));
+        return true;
+    }();
+    (void)installed;
 }
 
 /// A chord named by one symbol, or by --root, --type and --variant.
@@ -176,6 +187,7 @@ void printShapes(std::ostream& out, const Chord& chord, const std::vector<core::
 } // namespace
 
 void printWelcome(std::ostream& out) {
+    useShapeMemo();
     out << "Fret Quill: chords, shapes and theory for the guitar.\n\n";
     printChord(out, Chord{core::Note::C, "major", 0});
     out << "\nGo on with:\n"
@@ -203,6 +215,7 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
     showCommand->callback([&context, show] {
         *context.action = [&context, show] {
             const auto chosen = show->chord.resolve();
+            useShapeMemo();
             if (show->json) context.out << chordDetails(chosen).dump() << "\n";
             else printChord(context.out, chosen);
             return 0;
@@ -227,6 +240,7 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
             const auto tuningNotes = valueOrThrow(tuningFromText(shapes->tuning));
             const std::vector<std::string_view> tuning(tuningNotes.begin(), tuningNotes.end());
             if (shapes->limit < -1) throw CommandError(fmt::format("The limit must be 0 or more: {}", shapes->limit));
+            useShapeMemo();
             const auto list = core::positions(chosen.rootNote, chosen.chordType, chosen.variant, shapes->limit, tuning);
             if (shapes->json) context.out << core::toJson(list).dump() << "\n";
             else printShapes(context.out, chosen, list, tuning);

@@ -3,10 +3,27 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
+#include <filesystem>
 #include <sstream>
 
 namespace fq::app {
 namespace {
+
+/// The command keeps shapes in the preference store: give the tests a home of their own.
+class TemporaryHome : public ::testing::Environment {
+public:
+    void SetUp() override {
+        std::string pattern = (std::filesystem::temp_directory_path() / "fq-cli-XXXXXX").string();
+        home_ = mkdtemp(pattern.data());
+        setenv("FRETQUILL_HOME", home_.c_str(), 1);
+    }
+    void TearDown() override { std::filesystem::remove_all(home_); }
+
+private:
+    std::filesystem::path home_;
+};
+const auto* const temporaryHome = ::testing::AddGlobalTestEnvironment(new TemporaryHome);
 
 struct Run {
     int status;
@@ -113,6 +130,13 @@ TEST(CliTest, BadInputIsOneLineOnStandardErrorWithStatusOne) {
             EXPECT_EQ(result.err, message);
         }
     }
+}
+
+TEST(CliTest, ShapesAreRememberedInTheStore) {
+    run({"chord", "shapes", "Dm7", "--limit", "1"});
+    const auto store = std::filesystem::path(std::getenv("FRETQUILL_HOME")) / "config" /
+                       "group.com.kelvane.frtqul.shared.sqlite";
+    EXPECT_TRUE(std::filesystem::exists(store));
 }
 
 TEST(CliTest, HelpAndWelcomeGoToStandardOutput) {

@@ -1,0 +1,438 @@
+#include "fq/personal/SharedStore.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <spawn.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+extern char** environ;
+
+namespace fq::personal {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Int = std::int64_t;
+using Value = SharedStore::Value;
+
+class SharedStoreTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "fq-store-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+        file_ = folder_ / config::sharedStoreFile;
+    }
+    void TearDown() override { fs::remove_all(folder_); }
+
+    std::shared_ptr<SharedStore> openStore() {
+        auto store = SharedStore::open(file_);
+        EXPECT_TRUE(store) << store.error().message;
+        return store ? *store : nullptr;
+    }
+
+    /// Every key an observer of `store` hears, in order.
+    ObserverToken record(SharedStore& store, std::vector<std::string>& heard) {
+        return store.addObserver([&heard](std::string_view key) { heard.emplace_back(key); });
+    }
+
+    fs::path folder_;
+    fs::path file_;
+};
+
+core::Bytes bytesOf(std::string_view text) {
+    return core::Bytes(text.begin(), text.end());
+}
+
+nlohmann::json listUnder(SharedStore& store, std::string_view key) {
+    const auto bytes = store.bytes(key).value_or(bytesOf("[]"));
+    return nlohmann::json::parse(bytes);
+}
+
+/// Appends `item` to the JSON list under `key` in one transaction.
+tl::expected<void, Error> append(SharedStore& store, std::string_view key,
+                                 const std::string& item) {
+    return store.update([&](SharedStore::Transaction& transaction) {
+        auto list = nlohmann::json::parse(transaction.bytes(key).value_or(bytesOf("[]")));
+        list.push_back(item);
+        (void)transaction.set(key, bytesOf(list.dump()));
+    });
+}
+
+std::string contentsOf(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST_F(SharedStoreTest, ValuesComeBackWithTheirTypeAfterReopening) {
+    core::Bytes large(3 * 1024 * 1024 + 17);
+    for (std::size_t i = 0; i < large.size(); ++i)
+        large[i] = static_cast<std::uint8_t>(i * 7);
+    const std::vector<std::pair<std::string, Value>> table{
+        {"zero", Int{0}},
+        {"negative", Int{-1}},
+        {"smallest", std::numeric_limits<Int>::min()},
+        {"largest", std::numeric_limits<Int>::max()},
+        {"a4Frequency", 440.5},
+        {"tiny", std::numeric_limits<double>::denorm_min()},
+        {"huge", 1e308},
+        {"infinity", std::numeric_limits<double>::infinity()},
+        {"minusInfinity", -std::numeric_limits<double>::infinity()},
+        {"on", true},
+        {"off", false},
+        {"emptyText", std::string()},
+        {"rootNote", std::string("C♯ minor 7th 𝄪")},
+        {"textWithZero", std::string("a\0b", 3)},
+        {"notUtf8", std::string("\xff\xfe")},
+        {"emptyBytes", core::Bytes{}},
+        {"zeroBytes", core::Bytes{0, 0, 0}},
+        {"mixedBytes", core::Bytes{0, 255, 0, 1}},
+        {"large", large},
+        {"key with\nnewline and ♯", Int{5}},
+    };
+    auto store = openStore();
+    ASSERT_TRUE(store);
+    for (const auto& [key, value] : table)
+        ASSERT_TRUE(store->set(key, value)) << key;
+
+    const auto expectTable = [&table](SharedStore& opened) {
+        for (const auto& [key, value] : table) // not EXPECT_EQ: it would print 3 MB
+            EXPECT_TRUE(opened.value(key) == value) << key;
+    };
+    expectTable(*store);
+    store.reset();
+    store = openStore();
+    expectTable(*store);
+    // -0.0 equals 0.0, so its sign is checked on its own.
+    ASSERT_TRUE(store->set("minusZero", -0.0));
+    EXPECT_TRUE(std::signbit(store->real("minusZero").value_or(1.0)));
+}
+
+TEST_F(SharedStoreTest, ReplacingAValueReplacesItsType) {
+    auto store = openStore();
+    ASSERT_TRUE(store->set("metronomeSound", Int{1}));
+    ASSERT_TRUE(store->set("metronomeSound", std::string("wood")));
+    EXPECT_EQ(store->value("metronomeSound"), Value(std::string("wood")));
+    EXPECT_EQ(store->integer("metronomeSound"), std::nullopt);
+
+    ASSERT_TRUE(store->set("metronomeSound", true));
+    EXPECT_EQ(store->value("metronomeSound"), Value(true));
+    EXPECT_EQ(store->integer("metronomeSound"), 1);
+    EXPECT_EQ(store->text("metronomeSound"), std::nullopt);
+    EXPECT_EQ(store->value("absent"), std::nullopt);
+}
+
+TEST_F(SharedStoreTest, RefusedWritesLeaveTheStoreAsItWas) {
+    auto store = openStore();
+    ASSERT_TRUE(store->set("a4Frequency", 440.0));
+    std::vector<std::string> heard;
+    auto token = record(*store, heard);
+
+    const auto nan = store->set("a4Frequency", std::nan(""));
+    ASSERT_FALSE(nan);
+    EXPECT_EQ(nan.error().message,
+              "Cannot store \"a4Frequency\" in the preference store: the number is NaN");
+    const auto empty = store->set("", Int{1});
+    ASSERT_FALSE(empty);
+    EXPECT_EQ(empty.error().message, "Cannot store \"\" in the preference store: the key is empty");
+
+    EXPECT_EQ(store->real("a4Frequency"), 440.0);
+    EXPECT_THAT(store->keys(), ElementsAre("a4Frequency"));
+    EXPECT_TRUE(heard.empty());
+}
+
+TEST_F(SharedStoreTest, ObserversHearEachOwnChangeOnceAndStopWithTheirToken) {
+    auto store = openStore();
+    ASSERT_TRUE(store->set("gone", Int{1}));
+    std::vector<std::string> heard;
+    std::optional<Value> seenInside;
+    auto token = record(*store, heard);
+    // An observer may read the store: no lock is held while it runs.
+    auto reader = store->addObserver([&](std::string_view key) {
+        if (key == "tempo") seenInside = store->value(key);
+    });
+
+    ASSERT_TRUE(store->set("tempo", Int{96}));
+    ASSERT_TRUE(store->remove("gone"));
+    ASSERT_TRUE(store->remove("gone")); // nothing left to remove: no change
+    ASSERT_TRUE(store->update([](SharedStore::Transaction& transaction) {
+        (void)transaction.set("beats", Int{3});
+        (void)transaction.set("subdivisions", Int{2});
+        (void)transaction.set("beats", Int{4});
+        (void)transaction.remove("never there");
+    }));
+    EXPECT_THAT(heard, ElementsAre("tempo", "gone", "beats", "subdivisions"));
+    EXPECT_EQ(seenInside, Value(Int{96}));
+    EXPECT_THAT(store->keys(), ElementsAre("beats", "subdivisions", "tempo"));
+
+    token.reset();
+    ASSERT_TRUE(store->set("tempo", Int{100}));
+    EXPECT_EQ(heard.size(), 4u);
+
+    auto outliving = store->addObserver([](std::string_view) {});
+    store.reset();
+    outliving.reset(); // the store is gone; nothing to remove from
+}
+
+TEST_F(SharedStoreTest, AnUpdateLandsWhollyOrNotAtAll) {
+    auto store = openStore();
+    ASSERT_TRUE(append(*store, "favouritedChords", "C"));
+    std::vector<std::string> heard;
+    auto token = record(*store, heard);
+
+    const auto failed = store->update([](SharedStore::Transaction& transaction) {
+        (void)transaction.set("favouritedChords", bytesOf(R"(["C","D"])"));
+        EXPECT_EQ(transaction.bytes("favouritedChords"), bytesOf(R"(["C","D"])"));
+        (void)transaction.set("other", Int{5});
+        (void)transaction.set("a4Frequency", std::nan(""));
+        EXPECT_FALSE(transaction.set("later", Int{1})); // the first failure sticks
+    });
+    ASSERT_FALSE(failed);
+    EXPECT_THAT(failed.error().message, HasSubstr("the number is NaN"));
+
+    const auto throwing = [](SharedStore::Transaction& transaction) {
+        (void)transaction.set("favouritedChords", bytesOf("[]"));
+        throw std::runtime_error("the caller's own fault");
+    };
+    EXPECT_THROW((void)store->update(throwing), std::runtime_error);
+
+    EXPECT_EQ(listUnder(*store, "favouritedChords"), nlohmann::json::array({"C"}));
+    EXPECT_THAT(store->keys(), ElementsAre("favouritedChords"));
+    EXPECT_TRUE(heard.empty());
+    ASSERT_TRUE(append(*store, "favouritedChords", "D")); // still usable
+    EXPECT_EQ(listUnder(*store, "favouritedChords"), nlohmann::json::array({"C", "D"}));
+}
+
+TEST_F(SharedStoreTest, ThreadsOnTwoConnectionsLoseNoAppend) {
+    auto first = openStore();
+    auto second = openStore();
+    constexpr int perThread = 100;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            auto& store = t % 2 ? *first : *second;
+            for (int i = 0; i < perThread; ++i)
+                EXPECT_TRUE(append(store, "list", std::to_string(t * perThread + i)));
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    const auto list = listUnder(*first, "list");
+    EXPECT_EQ(list.size(), 4u * perThread);
+    EXPECT_EQ(std::set<std::string>(list.begin(), list.end()).size(), 4u * perThread);
+}
+
+/// Starts one writer program per tag, each appending `count` items to the list under `key`.
+std::vector<pid_t> startWriters(const fs::path& file, std::string_view key, int count,
+                                const std::vector<std::string>& tags) {
+    std::vector<pid_t> children;
+    for (const auto& tag : tags) {
+        std::vector<std::string> arguments{FQ_STORE_WRITER, file.string(), std::string(key),
+                                           std::to_string(count), tag};
+        std::vector<char*> argv;
+        for (auto& argument : arguments)
+            argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        pid_t child = 0;
+        if (posix_spawn(&child, FQ_STORE_WRITER, nullptr, nullptr, argv.data(), environ) == 0)
+            children.push_back(child);
+    }
+    EXPECT_EQ(children.size(), tags.size());
+    return children;
+}
+
+/// Waits for every child; true when all of them succeeded.
+bool reap(const std::vector<pid_t>& children) {
+    bool succeeded = true;
+    for (const auto child : children) {
+        int status = 0;
+        succeeded &=
+            waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    }
+    return succeeded;
+}
+
+TEST_F(SharedStoreTest, ProcessesCreatingAndAppendingAtOnceLoseNothing) {
+    constexpr int perProcess = 200;
+    // The children start before the file exists, so they also race to create it. No
+    // ASSERT until they are reaped: the folder must outlive them.
+    const auto children =
+        startWriters(file_, "chordCollections", perProcess, {"p0", "p1", "p2", "p3"});
+    auto store = openStore();
+    for (int i = 0; store && i < perProcess; ++i)
+        EXPECT_TRUE(append(*store, "chordCollections", "parent-" + std::to_string(i)));
+    EXPECT_TRUE(reap(children));
+    ASSERT_TRUE(store);
+
+    const auto list = listUnder(*store, "chordCollections");
+    ASSERT_EQ(list.size(), 5u * perProcess);
+    // Each writer's items are all there, in the order it appended them.
+    std::map<std::string, int> next;
+    for (const auto& item : list) {
+        const auto text = item.get<std::string>();
+        const auto dash = text.find('-');
+        EXPECT_EQ(std::stoi(text.substr(dash + 1)), next[text.substr(0, dash)]++) << text;
+    }
+}
+
+TEST_F(SharedStoreTest, PollingHearsAnotherProcessOncePerKey) {
+    auto store = openStore();
+    std::vector<std::string> heard;
+    auto token = record(*store, heard);
+    ASSERT_TRUE(reap(startWriters(file_, "recentlyViewedChords", 30, {"child"})));
+    EXPECT_TRUE(heard.empty());
+
+    store->pollExternalChanges();
+    EXPECT_THAT(heard, ElementsAre("recentlyViewedChords"));
+    EXPECT_EQ(listUnder(*store, "recentlyViewedChords").size(), 30u);
+    store->pollExternalChanges();
+    EXPECT_EQ(heard.size(), 1u);
+}
+
+TEST_F(SharedStoreTest, PollingReportsOtherWritersChangesOnceEach) {
+    auto mine = openStore();
+    auto theirs = openStore();
+    ASSERT_TRUE(theirs->set("removed", Int{1}));
+    mine->pollExternalChanges(); // catch up with the set-up
+    std::vector<std::string> heard;
+    auto token = record(*mine, heard);
+
+    ASSERT_TRUE(theirs->set("tempo", Int{90}));
+    // Heard at once, never again by polling; and it must not hide "tempo" before it.
+    ASSERT_TRUE(mine->set("beats", Int{3}));
+    ASSERT_TRUE(theirs->set("level", std::string("beginner")));
+    ASSERT_TRUE(theirs->remove("removed"));
+    ASSERT_TRUE(theirs->remove("absent"));
+    ASSERT_TRUE(theirs->set("level", std::string("advanced")));
+    heard.clear();
+
+    mine->pollExternalChanges();
+    EXPECT_THAT(heard, ElementsAre("tempo", "level", "removed"));
+    EXPECT_EQ(mine->text("level"), "advanced");
+    mine->pollExternalChanges();
+    EXPECT_EQ(heard.size(), 3u);
+
+    // Only this object's own writes since: nothing to report.
+    ASSERT_TRUE(mine->set("beats", Int{4}));
+    heard.clear();
+    mine->pollExternalChanges();
+    EXPECT_TRUE(heard.empty());
+}
+
+TEST_F(SharedStoreTest, APollerFallenBehindTheLogHearsEveryKey) {
+    auto mine = openStore();
+    auto theirs = openStore();
+    ASSERT_TRUE(theirs->set("level", std::string("beginner")));
+    ASSERT_TRUE(theirs->set("tempo", Int{0}));
+    mine->pollExternalChanges();
+    std::vector<std::string> heard;
+    auto token = record(*mine, heard);
+
+    ASSERT_TRUE(theirs->update([](SharedStore::Transaction& transaction) {
+        for (Int i = 0; i <= config::changeLogLength; ++i)
+            (void)transaction.set("tempo", i);
+    }));
+    mine->pollExternalChanges();
+    EXPECT_THAT(heard, ElementsAre("tempo", "level"));
+}
+
+TEST_F(SharedStoreTest, AFileThatIsNotOurStoreIsRefusedAndLeftUntouched) {
+    const auto foreignDatabase = [this] {
+        sqlite3* db = nullptr;
+        sqlite3_open(file_.c_str(), &db);
+        sqlite3_exec(db, "CREATE TABLE songs (title TEXT); INSERT INTO songs VALUES ('x')", nullptr,
+                     nullptr, nullptr);
+        sqlite3_close(db);
+    };
+    const auto newerStore = [this] {
+        ASSERT_TRUE(openStore()->set("tempo", Int{90}));
+        sqlite3* db = nullptr;
+        sqlite3_open(file_.c_str(), &db);
+        sqlite3_exec(db, "PRAGMA user_version = 2", nullptr, nullptr, nullptr);
+        sqlite3_close(db);
+    };
+    const auto writeText = [this](std::string text) {
+        return [this, text] { std::ofstream(file_, std::ios::binary) << text; };
+    };
+    std::string noise(8192, '\0');
+    for (std::size_t i = 0; i < noise.size(); ++i)
+        noise[i] = static_cast<char>(i * 131 + 7);
+    const std::vector<std::tuple<const char*, std::function<void()>, std::string>> cases{
+        {"text", writeText(std::string(200, 'x') + "\nnot a database\n"), "file is not a database"},
+        {"noise", writeText(noise), "file is not a database"},
+        {"damaged header", writeText(std::string("SQLite format 3\0", 16) + noise),
+         "file is not a database"},
+        {"another program's database", foreignDatabase, "the file belongs to another program"},
+        {"a newer store", newerStore, "it was written by a newer version of Fret Quill"},
+    };
+    for (const auto& [what, make, reason] : cases) {
+        SCOPED_TRACE(what);
+        fs::remove_all(folder_);
+        fs::create_directory(folder_);
+        make();
+        const auto before = contentsOf(file_);
+        const auto opened = SharedStore::open(file_);
+        ASSERT_FALSE(opened);
+        EXPECT_EQ(opened.error().message,
+                  "Cannot open the preference store at " + file_.string() + ": " + reason);
+        EXPECT_EQ(contentsOf(file_), before);
+        EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
+    }
+}
+
+TEST_F(SharedStoreTest, UnusablePathsFailWithOneLine) {
+    for (const auto& [path, reason] :
+         {std::pair{folder_ / "missing" / "store.sqlite", "its folder does not exist"},
+          std::pair{folder_, "it is a folder"}}) {
+        const auto opened = SharedStore::open(path);
+        ASSERT_FALSE(opened) << path;
+        EXPECT_EQ(opened.error().message,
+                  "Cannot open the preference store at " + path.string() + ": " + reason);
+    }
+    EXPECT_FALSE(fs::exists(folder_ / "missing"));
+}
+
+TEST_F(SharedStoreTest, TheDefaultStoreLivesInTheConfigFolderUnderFretquillHome) {
+    const char* previous = std::getenv("FRETQUILL_HOME");
+    const std::string saved = previous ? previous : "";
+    setenv("FRETQUILL_HOME", folder_.c_str(), 1);
+    auto store = SharedStore::openDefault();
+    previous ? setenv("FRETQUILL_HOME", saved.c_str(), 1) : unsetenv("FRETQUILL_HOME");
+    ASSERT_TRUE(store) << store.error().message;
+    EXPECT_EQ((*store)->file(), folder_ / "config" / "group.com.kelvane.frtqul.shared.sqlite");
+    EXPECT_TRUE(fs::is_regular_file((*store)->file()));
+}
+
+TEST_F(SharedStoreTest, TheTheoryCoreSeesBytesThroughItsInterface) {
+    auto store = openStore();
+    core::BytesStore& bytesStore = *store;
+    const core::Bytes shapes{0, 3, 2, 0, 1, 0, 255};
+    bytesStore.setData("positions.C.major", shapes);
+    bytesStore.setData("positions.none", core::Bytes{});
+    EXPECT_EQ(bytesStore.data("positions.C.major"), shapes);
+    EXPECT_EQ(bytesStore.data("positions.none"), core::Bytes{});
+    EXPECT_EQ(bytesStore.data("positions.unknown"), std::nullopt);
+    ASSERT_TRUE(store->set("text", std::string("not bytes")));
+    EXPECT_EQ(bytesStore.data("text"), std::nullopt);
+
+    testing::internal::CaptureStdout();
+    bytesStore.setData("", shapes);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Cannot store \"\" in the preference store: the key is empty\n");
+    EXPECT_THAT(store->keys(), ElementsAre("positions.C.major", "positions.none", "text"));
+}
+
+} // namespace
+} // namespace fq::personal

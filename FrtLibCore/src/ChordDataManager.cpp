@@ -1,5 +1,6 @@
 #include "fq/core/ChordDataManager.h"
 
+#include "fq/core/Diagnostics.h"
 #include "fq/core/Spelling.h"
 #include "fq/resources/fq_FrtLibCore.h"
 
@@ -168,7 +169,7 @@ ChordDataManager::ChordDataManager() {
     if (auto parsed = parseChordCatalogue(resources::chords_json())) {
         catalogue_ = std::move(*parsed);
     } else {
-        std::printf("Failed to parse JSON: %s\n", parsed.error().message.c_str());
+        diagnostic("Failed to parse JSON: " + parsed.error().message);
     }
     indexByType_.reserve(catalogue_.size());
     for (std::size_t i = 0; i < catalogue_.size(); ++i)

@@ -13,12 +13,12 @@
 //    a shape met again (in the same window or a later one) is skipped.
 #include "fq/core/ChordEngine.h"
 
+#include "fq/core/Diagnostics.h"
 #include "fq/core/Spelling.h"
 
 #include <fmt/format.h>
 
 #include <array>
-#include <cstdio>
 
 namespace fq::core {
 namespace {
@@ -300,7 +300,7 @@ std::vector<ChordPosition> ChordEngine::chordPositions(std::string_view root, st
     for (int interval : intervals) {
         const int index = r + (interval <= 12 ? interval : interval % 12);
         if (index < 0 || index >= rowLength) {
-            std::puts("Out of Bounds");
+            diagnostic("Out of Bounds");
             continue;
         }
         const int pc = index % 12;

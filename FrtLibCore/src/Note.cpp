@@ -1,6 +1,7 @@
 #include "fq/core/Note.h"
 
 #include <algorithm>
+#include <string>
 
 namespace fq::core {
 namespace {
@@ -92,6 +93,17 @@ std::optional<Note> noteFromRawValue(std::string_view raw) {
     for (const auto& row : noteTable)
         if (row.raw == raw) return row.note;
     return std::nullopt;
+}
+
+std::optional<Note> noteFromTypedName(std::string_view text) {
+    if (text.empty()) return std::nullopt;
+    std::string name(text.substr(0, 1));
+    for (const char c : text.substr(1)) {
+        if (c == '#') name += "♯";
+        else if (c == 'b') name += "♭";
+        else name += c;
+    }
+    return noteFromRawValue(name);
 }
 
 int baseNoteNumber(Note note) { return noteTable[static_cast<std::size_t>(note)].base; }

@@ -38,7 +38,7 @@ std::string withTrueSigns(std::string_view root) {
 
 std::optional<core::Note> noteFromUserText(std::string_view text) {
     if (rootLength(text) != text.size()) return std::nullopt;
-    return core::noteFromRawValue(withTrueSigns(text));
+    return core::noteFromTypedName(text);
 }
 
 tl::expected<core::Chord, Error> chordFromSymbol(std::string_view text) {

@@ -1,5 +1,7 @@
 #include "fq/personal/SharedStore.h"
 
+#include <fq/core/Diagnostics.h>
+
 #include "Sqlite.h"
 #include "fq/personal/DataLocations.h"
 
@@ -359,7 +361,7 @@ std::optional<StoreValue> SharedStore::value(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto found = state_->read(key);
     if (!found) {
-        fmt::print("Cannot read {:?} from the preference store: {}\n", key, found.error().message);
+        fq::diagnostic(fmt::format("Cannot read {:?} from the preference store: {}", key, found.error().message));
         return std::nullopt;
     }
     return std::move(*found);
@@ -386,7 +388,7 @@ std::vector<std::string> SharedStore::keys() const {
     std::lock_guard lock(mutex_);
     auto keys = state_->allKeys();
     if (!keys) {
-        fmt::print("Cannot list the keys of the preference store: {}\n", keys.error().message);
+        fq::diagnostic(fmt::format("Cannot list the keys of the preference store: {}", keys.error().message));
         return {};
     }
     return std::move(*keys);
@@ -485,7 +487,7 @@ std::optional<StoreValue> SharedStore::Transaction::value(std::string_view key) 
     if (key.empty()) return std::nullopt;
     auto found = state_.read(key);
     if (!found) {
-        fmt::print("Cannot read {:?} from the preference store: {}\n", key, found.error().message);
+        fq::diagnostic(fmt::format("Cannot read {:?} from the preference store: {}", key, found.error().message));
         return std::nullopt;
     }
     return std::move(*found);
@@ -551,8 +553,8 @@ void SharedStore::pollExternalChanges() {
         std::lock_guard lock(mutex_);
         auto found = state_->externalChanges();
         if (!found) {
-            fmt::print("Cannot read other writers' changes from the preference store: {}\n",
-                       found.error().message);
+            fq::diagnostic(fmt::format("Cannot read other writers' changes from the preference store: {}",
+                                       found.error().message));
             return;
         }
         changed = std::move(*found);
@@ -566,7 +568,7 @@ std::optional<core::Bytes> SharedStore::data(std::string_view key) const {
 
 void SharedStore::setData(std::string_view key, std::span<const std::uint8_t> bytes) {
     if (auto done = set(key, core::Bytes(bytes.begin(), bytes.end())); !done)
-        fmt::print("{}\n", done.error().message);
+        fq::diagnostic(done.error().message);
 }
 
 ObserverToken::ObserverToken(ObserverToken&& other) noexcept

@@ -23,6 +23,9 @@ std::span<const Note, noteCount> allNotes();
 
 std::string_view rawValue(Note note);
 std::optional<Note> noteFromRawValue(std::string_view raw);
+/// A note as a person types it: with the true signs ("C♯", "E♭", "B♯") or in
+/// ASCII ("C#", "Eb", "Dbb").
+std::optional<Note> noteFromTypedName(std::string_view text);
 
 /// The note's pitch in the lowest octave of a guitar (E at 40 up to D♯ at 51;
 /// D𝄪 and D♯𝄪 deliberately stand above that window at 52 and 53).

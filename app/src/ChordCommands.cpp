@@ -1,5 +1,7 @@
 #include "ChordCommands.h"
 
+#include "CommandSupport.h"
+
 #include "fq/app/ChordInput.h"
 #include "fq/app/FretDiagram.h"
 
@@ -8,7 +10,6 @@
 #include <fq/core/ChordPositions.h>
 #include <fq/core/ChordTexts.h>
 #include <fq/core/Spelling.h>
-#include <fq/personal/SharedStore.h>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -16,7 +17,6 @@
 
 #include <memory>
 #include <sstream>
-#include <stdexcept>
 
 namespace fq::app {
 namespace {
@@ -24,17 +24,6 @@ namespace {
 using core::Chord;
 using core::ChordDataManager;
 using Json = nlohmann::ordered_json;
-
-/// A command failure that reaches the person as one line on standard error.
-struct CommandError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-template <typename T>
-T valueOrThrow(tl::expected<T, Error> result) {
-    if (!result) throw CommandError(result.error().message);
-    return std::move(*result);
-}
 
 std::string wrapped(std::string_view text, std::size_t width, std::string_view indent) {
     std::string result;
@@ -88,45 +77,6 @@ void requireNoteList(std::string_view text) {
         start = end + 1;
     }
 }
-
-/// Shapes are remembered in the preference store between runs. A store that
-/// cannot be opened only costs the time to generate them again.
-void useShapeMemo() {
-    static const bool installed = [] {
-        if (auto store = personal::SharedStore::openDefault()) core::installShapeMemo(std::move(*store));
-        return true;
-    }();
-    (void)installed;
-}
-
-/// A chord named by one symbol, or by --root, --type and --variant.
-struct ChordSelection {
-    std::string symbol;
-    std::string root;
-    std::string type = "major";
-    int variant = 0;
-    CLI::App* command = nullptr;
-
-    void addOptions(CLI::App* to) {
-        command = to;
-        to->add_option("CHORD", symbol, "A chord symbol: Am7, \"C♯ minor 7th\", Bb7, C/E");
-        to->add_option("--root", root, "Root note, e.g. C, F#, E♭");
-        to->add_option("--type", type, "Catalogue chord type, e.g. \"minor 7th\" (default major)");
-        to->add_option("--variant", variant, "Inversion: 0 is root position, n puts note n in the bass");
-    }
-
-    Chord resolve() const {
-        const bool byParts = command->count("--root") > 0;
-        if (byParts && !symbol.empty())
-            throw CommandError("Give either a chord symbol or --root with --type, not both");
-        if (!byParts && symbol.empty()) throw CommandError("Name a chord, e.g. \"Am7\", or give --root and --type");
-        if (byParts) return valueOrThrow(chordFromParts(root, type, variant));
-        auto chord = valueOrThrow(chordFromSymbol(symbol));
-        if (command->count("--variant") > 0)
-            chord = valueOrThrow(chordFromParts(core::rawValue(chord.rootNote), chord.chordType, variant));
-        return chord;
-    }
-};
 
 Json chordDetails(const Chord& chord) {
     const auto& manager = ChordDataManager::shared();
@@ -193,7 +143,7 @@ void printWelcome(std::ostream& out) {
     out << "\nGo on with:\n"
            "  fretquill chord show Am7                 any chord by name (\"C♯ minor 7th\", \"Bb7\", \"C/E\")\n"
            "  fretquill chord shapes G7                every shape, with fingers\n"
-           "  fretquill chord shapes D --tuning D,A,D,G,B,E\n"
+           "  fretquill chord shapes D --tuning dropD      in any tuning (fretquill tunings lists them)\n"
            "  fretquill chord fingering x32010         which finger goes where\n"
            "  fretquill chord match \"E, G, C\"          which chord has exactly these notes\n"
            "  fretquill chord similar \"C, E, B\"        chords close to these notes\n"
@@ -231,7 +181,8 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
     auto shapes = std::make_shared<ShapesOptions>();
     auto* shapesCommand = chord->add_subcommand("shapes", "Every playable shape of a chord, with fingers");
     shapes->chord.addOptions(shapesCommand);
-    shapesCommand->add_option("--tuning", shapes->tuning, "Six open notes, lowest string first (default E,A,D,G,B,E)");
+    shapesCommand->add_option("--tuning", shapes->tuning,
+                              "A tuning by name (dropD, dadgad, …) or six open notes, lowest string first");
     shapesCommand->add_option("--limit", shapes->limit, "Show only the first N shapes");
     shapesCommand->add_flag("--json", shapes->json, "Print JSON");
     shapesCommand->callback([&context, shapes] {

@@ -1,6 +1,7 @@
 #include "fq/app/ChordInput.h"
 
 #include <fq/core/ChordDataManager.h>
+#include <fq/core/GuitarTuning.h>
 
 #include <fmt/format.h>
 
@@ -102,6 +103,14 @@ tl::expected<std::vector<int>, Error> fretsFromText(std::string_view text) {
 }
 
 tl::expected<std::vector<std::string>, Error> tuningFromText(std::string_view text) {
+    if (text.find(',') == std::string_view::npos) {
+        const auto tuning = core::guitarTuningFromIdentifier(text);
+        if (!tuning)
+            return tl::unexpected(Error{fmt::format(
+                "Unknown tuning: {} (name one such as dropD or dadgad, or give six notes like D,A,D,G,B,E)", text)});
+        const auto notes = core::openNotes(*tuning);
+        return std::vector<std::string>(notes.begin(), notes.end());
+    }
     std::vector<std::string> notes;
     for (std::size_t start = 0;;) {
         const auto end = text.find(',', start);

@@ -1,6 +1,9 @@
 #include "fq/app/Cli.h"
 
 #include "ChordCommands.h"
+#include "LibraryCommands.h"
+
+#include <fq/core/Diagnostics.h>
 
 #include <CLI/CLI.hpp>
 
@@ -24,6 +27,7 @@ int runCli(std::span<const char* const> arguments, std::ostream& out, std::ostre
     CommandAction action;
     CommandContext context{out, &action};
     addChordCommands(app, context);
+    addLibraryCommands(app, context);
 
     std::vector<std::string> args(arguments.begin(), arguments.end());
     std::reverse(args.begin(), args.end()); // CLI11 takes them last first
@@ -42,6 +46,8 @@ int runCli(std::span<const char* const> arguments, std::ostream& out, std::ostre
         err << firstLine(error.what()) << "\n";
         return 1;
     }
+    // our own output must stay parseable: survived failures are told on standard error
+    setDiagnosticStream(stderr);
     if (!action) {
         printWelcome(out);
         return 0;

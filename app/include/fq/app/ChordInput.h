@@ -29,8 +29,9 @@ tl::expected<core::Chord, Error> chordFromParts(std::string_view root, std::stri
 /// link form "x32010".
 tl::expected<std::vector<int>, Error> fretsFromText(std::string_view text);
 
-/// Six open notes, lowest string first, e.g. "D,A,D,G,B,E" or "Eb,Ab,Db,Gb,Bb,Eb";
-/// given back with the true signs.
+/// A tuning by its name in the catalogue ("dropD", "dadgad") or as six open notes,
+/// lowest string first ("D,A,D,G,B,E", "Eb,Ab,Db,Gb,Bb,Eb"); given back as the six
+/// note names with the true signs.
 tl::expected<std::vector<std::string>, Error> tuningFromText(std::string_view text);
 
 } // namespace fq::app

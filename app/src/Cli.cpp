@@ -2,6 +2,7 @@
 
 #include "ChordCommands.h"
 #include "LibraryCommands.h"
+#include "TheoryCommands.h"
 
 #include <fq/core/Diagnostics.h>
 
@@ -28,6 +29,7 @@ int runCli(std::span<const char* const> arguments, std::ostream& out, std::ostre
     CommandContext context{out, &action};
     addChordCommands(app, context);
     addLibraryCommands(app, context);
+    addTheoryCommands(app, context);
 
     std::vector<std::string> args(arguments.begin(), arguments.end());
     std::reverse(args.begin(), args.end()); // CLI11 takes them last first

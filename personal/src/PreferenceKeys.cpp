@@ -18,7 +18,7 @@ const auto declared = std::to_array<AnyPreferenceKey>({
     &enabledTunings, &favouritedChords, &chordCollections, &recentlyViewedChords, &selectedTab, &rootNote,
     &libraryProgressionType, &libraryProgressionPattern, &libraryProgressionDeepLinkID, &isMetronomeOn,
     &isChordProgressionOn, &isSequencerOn, &tempo, &beats, &subdivisions, &metronomePresets, &level,
-    &todayChordCategory, &invertFretboard, &leftHanded, &showOnboarding, &hasSeenOnboarding,
+    &todayChordCategory, &pendingNotificationRequests, &invertFretboard, &leftHanded, &showOnboarding, &hasSeenOnboarding,
     &showChordDiagramTutorial, &shouldFocusSearchBarAutomatically, &showTuner, &showMetronome, &showChordFinder,
     &showSongScanner, &searchQueryFromShortcut, &pendingSpotlightIdentifierFromAppIntent,
     &pendingChordListIdentifiersFromAppIntent, &pendingChordListTitleFromAppIntent,

@@ -4,9 +4,9 @@
 
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/Diagnostics.h>
+#include <fq/core/Uuid.h>
 
 #include <fmt/format.h>
-#include <uuid/uuid.h>
 
 #include <algorithm>
 #include <cctype>
@@ -111,13 +111,7 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
-std::string newCollectionID() {
-    uuid_t uuid;
-    uuid_generate_random(uuid);
-    char text[37];
-    uuid_unparse_upper(uuid, text);
-    return std::string("user-") + text;
-}
+std::string newCollectionID() { return "user-" + core::Uuid::random().text(); }
 
 std::string chordIdentifier(const Chord& chord) {
     const auto name = core::ChordDataManager::shared().name(chord.rootNote, chord.chordType, chord.variant);

@@ -72,6 +72,8 @@ inline constexpr PreferenceKey<JsonDocument> metronomePresets{"metronome_presets
 // the chord of the day
 inline constexpr PreferenceKey<std::string_view> level{"level", "beginner"};
 inline constexpr PreferenceKey<std::string_view> todayChordCategory{"todayChordCategory", "beginner"};
+/// The chord of the day's announcements waiting for their time.
+inline constexpr PreferenceKey<JsonDocument> pendingNotificationRequests{"pendingNotificationRequests", {"[]", isArray}};
 // the fretboard
 inline constexpr PreferenceKey<bool> invertFretboard{"invertFretboard", false};
 inline constexpr PreferenceKey<bool> leftHanded{"left_handed", false};

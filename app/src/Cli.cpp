@@ -2,6 +2,7 @@
 
 #include "ChordCommands.h"
 #include "LibraryCommands.h"
+#include "LinkCommands.h"
 #include "TheoryCommands.h"
 
 #include <fq/core/Diagnostics.h>
@@ -29,6 +30,7 @@ int runCli(std::span<const char* const> arguments, std::ostream& out, std::ostre
     CommandContext context{out, &action};
     addChordCommands(app, context);
     addLibraryCommands(app, context);
+    addLinkCommands(app, context);
     addTheoryCommands(app, context);
 
     std::vector<std::string> args(arguments.begin(), arguments.end());

@@ -1,8 +1,10 @@
 #include "fq/app/Cli.h"
 
+#include "AudioCommands.h"
 #include "ChordCommands.h"
 #include "LibraryCommands.h"
 #include "LinkCommands.h"
+#include "NavigationCommands.h"
 #include "TheoryCommands.h"
 
 #include <fq/core/Diagnostics.h>
@@ -29,8 +31,10 @@ int runCli(std::span<const char* const> arguments, std::ostream& out, std::ostre
     CommandAction action;
     CommandContext context{out, &action};
     addChordCommands(app, context);
+    addAudioCommands(app, context);
     addLibraryCommands(app, context);
     addLinkCommands(app, context);
+    addNavigationCommands(app, context);
     addTheoryCommands(app, context);
 
     std::vector<std::string> args(arguments.begin(), arguments.end());

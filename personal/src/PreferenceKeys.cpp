@@ -25,6 +25,8 @@ const auto declared = std::to_array<AnyPreferenceKey>({
     &pendingChordListImageDataFromAppIntent, &shouldStartTempoDetectionFromAppIntent, &pendingAppIntentDestination,
     &isLaunchedUsingAppIntent, &isFretquillAppActiveForAppIntents, &cloudSyncPreferenceModificationDates,
     &cloudSyncPreferenceMirror, &cloudSyncDocumentManifest, &cloudSyncMigrationVersion,
+    &spotlightIndexedSchemaVersion, &spotlightIndexedAppBuildVersion, &spotlightIndexedLanguageCode,
+    &spotlightChordLibraryVersion,
 });
 
 std::optional<nlohmann::json> parsed(std::string_view text) {

@@ -107,6 +107,12 @@ inline constexpr PreferenceKey<JsonDocument> cloudSyncPreferenceModificationDate
 inline constexpr PreferenceKey<JsonDocument> cloudSyncPreferenceMirror{"cloudSyncPreferenceMirror", {"{}", isObject}};
 inline constexpr PreferenceKey<JsonDocument> cloudSyncDocumentManifest{"cloudSyncDocumentManifest", {"{}", isObject}};
 inline constexpr PreferenceKey<std::int64_t> cloudSyncMigrationVersion{"cloudSyncMigrationVersion", 0};
+// the search index: a rebuild is due when any of these differs from the program's own
+inline constexpr PreferenceKey<std::int64_t> spotlightIndexedSchemaVersion{"FretquillSpotlightIndexedSchemaVersion", 0};
+inline constexpr PreferenceKey<std::string_view> spotlightIndexedAppBuildVersion{
+    "FretquillSpotlightIndexedAppBuildVersion", ""};
+inline constexpr PreferenceKey<std::string_view> spotlightIndexedLanguageCode{"FretquillSpotlightIndexedLanguageCode", ""};
+inline constexpr PreferenceKey<std::int64_t> spotlightChordLibraryVersion{"FretquillSpotlightChordLibraryVersion", 0};
 } // namespace keys
 
 using AnyPreferenceKey =

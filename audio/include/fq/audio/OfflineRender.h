@@ -1,0 +1,35 @@
+#pragma once
+
+#include "fq/audio/SharedAudioEngine.h"
+#include "fq/audio/Timeline.h"
+
+#include <fq/core/Error.h>
+
+#include <tl/expected.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+namespace fq::audio {
+
+/// Two channels of rendered audio, the same length.
+struct StereoBuffer {
+    std::vector<float> left;
+    std::vector<float> right;
+
+    std::size_t frames() const { return left.size(); }
+};
+
+/// Pulls `frames` frames from an engine in manual rendering mode whose timeline is
+/// `timeline`, moving the timeline along with the audio: before each block, every
+/// work item due by the block's end runs, so that what it sends lands on its exact
+/// frame. The first frame sounds at the timeline's present moment.
+StereoBuffer renderOffline(SharedAudioEngine& engine, ManualTimeline& timeline, std::int64_t frames,
+                           int blockFrames = 256);
+
+/// Writes the audio as a 16-bit WAV file, clipping what lies beyond full scale.
+tl::expected<void, Error> writeWav(const std::filesystem::path& file, const StereoBuffer& audio,
+                                   double sampleRate);
+
+} // namespace fq::audio

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <asio/any_io_executor.hpp>
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+
+#include <string>
+#include <thread>
+
+namespace fq::audio {
+
+/// A queue of its own thread that runs one item at a time, in the order given:
+/// where the slow, blocking platform calls go so that the main thread never waits.
+class SerialQueue {
+public:
+    /// `label` names the thread (shortened to what the system keeps) for debuggers.
+    explicit SerialQueue(std::string label);
+    /// Runs what was already queued, then ends the thread.
+    ~SerialQueue();
+    SerialQueue(const SerialQueue&) = delete;
+    SerialQueue& operator=(const SerialQueue&) = delete;
+
+    asio::any_io_executor executor() { return context_.get_executor(); }
+    const std::string& label() const { return label_; }
+
+private:
+    std::string label_;
+    asio::io_context context_;
+    asio::executor_work_guard<asio::io_context::executor_type> work_;
+    std::thread thread_;
+};
+
+/// The program's main thread as an executor: the command runs it, and everything
+/// that the audio session and its observers own is touched only there.
+asio::io_context& mainContext();
+
+} // namespace fq::audio

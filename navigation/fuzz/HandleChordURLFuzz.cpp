@@ -1,0 +1,30 @@
+// libFuzzer: any link, identifier or activity is handled in silence, never a crash,
+// and leaves at most one route on the stack.
+
+#include <fq/navigation/LinkHandler.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using namespace fq::navigation;
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    MainQueue main;
+    Router router{main};
+    // no store: the fuzzer must not write files; the day is fixed so runs repeat
+    const NavigationContext context{router, nullptr, [] {
+                                        return std::chrono::year_month_day{std::chrono::year{2026},
+                                                                           std::chrono::March,
+                                                                           std::chrono::day{1}};
+                                    }};
+    handleChordURL(text, context);
+    handleChordURL("fretquill://spotlight/" + text, context);
+    handleSearchIdentifier(text, context);
+    handleUserActivity(UserActivity{"com.kelvane.frtqul.chord.view", std::nullopt, {{"url", text}}},
+                       context);
+    main.runAll();
+    if (router.path().size() > 1) std::abort();
+    return 0;
+}

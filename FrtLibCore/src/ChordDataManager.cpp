@@ -128,7 +128,9 @@ tl::expected<std::vector<ChordData>, Error> parseChordCatalogue(std::string_view
     if (!document.is_object() || chords == document.end() || !chords->is_object())
         return tl::unexpected(Error{"keyNotFound: chords"});
     std::vector<ChordData> catalogue;
-    for (const auto& [key, definition] : chords->items()) {
+    for (const auto& entry : chords->items()) {
+        const auto& key = entry.key();
+        const auto& definition = entry.value();
         const auto field = [&](const char* name) -> const nlohmann::ordered_json* {
             const auto found = definition.find(name);
             return found == definition.end() ? nullptr : &*found;

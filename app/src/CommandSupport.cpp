@@ -4,7 +4,26 @@
 
 #include <fq/core/ChordPositions.h>
 
+#include <sstream>
+
 namespace fq::app {
+
+std::string wrapped(std::string_view text, std::size_t width, std::string_view indent) {
+    std::string result;
+    std::size_t lineLength = 0;
+    std::istringstream words{std::string(text)};
+    for (std::string word; words >> word;) {
+        if (lineLength > 0 && lineLength + 1 + word.size() > width) {
+            result += "\n";
+            lineLength = 0;
+        }
+        result += lineLength == 0 ? std::string(indent) : std::string(" ");
+        lineLength += lineLength == 0 ? indent.size() : 1;
+        result += word;
+        lineLength += word.size();
+    }
+    return result;
+}
 
 void ChordSelection::addOptions(CLI::App* to, const char* positionalName) {
     command = to;

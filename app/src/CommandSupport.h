@@ -27,6 +27,9 @@ T valueOrThrow(tl::expected<T, Error> result) {
     if constexpr (!std::is_void_v<T>) return std::move(*result);
 }
 
+/// Text broken into lines of at most `width` characters, each starting with `indent`.
+std::string wrapped(std::string_view text, std::size_t width, std::string_view indent);
+
 /// A chord named by one symbol, or by --root, --type and --variant.
 struct ChordSelection {
     std::string symbol;

@@ -42,23 +42,6 @@ Json chordArray(const std::vector<Chord>& chords) {
     return array;
 }
 
-std::string wrapped(std::string_view text, std::size_t width, std::string_view indent) {
-    std::string result;
-    std::size_t lineLength = 0;
-    std::istringstream words{std::string(text)};
-    for (std::string word; words >> word;) {
-        if (lineLength > 0 && lineLength + 1 + word.size() > width) {
-            result += "\n";
-            lineLength = 0;
-        }
-        result += lineLength == 0 ? std::string(indent) : std::string(" ");
-        lineLength += lineLength == 0 ? indent.size() : 1;
-        result += word;
-        lineLength += word.size();
-    }
-    return result;
-}
-
 /// Characters as the terminal shows them, not bytes.
 std::size_t characters(std::string_view text) {
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {

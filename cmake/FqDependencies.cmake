@@ -31,5 +31,8 @@ pkg_check_modules(libpq REQUIRED IMPORTED_TARGET libpq)
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(fq_asio INTERFACE)
 target_include_directories(fq_asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
-target_compile_definitions(fq_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+# Asio 1.22 decides between aligned_alloc and operator new by whether a standard
+# header came first, so two files could allocate and free the same memory in
+# different ways: always operator new.
+target_compile_definitions(fq_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIGNED_ALLOC)
 add_library(fq::asio ALIAS fq_asio)

@@ -32,6 +32,8 @@ using namespace std::chrono_literals;
 constexpr auto chordLength = 3s;
 /// How long to wait for the device to start before giving up.
 constexpr auto activationTimeout = 5s;
+/// How much audio a device has played when it counts as running steadily.
+constexpr std::chrono::duration<double> steadyAfter{0.2};
 
 struct ChordSound {
     core::Chord chord;
@@ -130,6 +132,12 @@ void play(const ChordSound& sound) {
     session.refreshPlaybackActivation(false, [&] { ready = true; });
     if (!runMainUntil([&] { return ready; }, activationTimeout) || !guitar.isEngineRunning())
         throw CommandError("The audio output did not start");
+    // A sound server may take the first blocks at once and then pause while it sets
+    // up: a strum in that pause would lose its spacing. Wait until it plays steadily.
+    auto& engine = audio::SharedAudioEngine::shared();
+    const auto started = engine.renderedFrames();
+    const auto steady = static_cast<audio::FrameTime>(engine.sampleRate() * steadyAfter.count());
+    runMainUntil([&] { return engine.renderedFrames() - started > steady; }, activationTimeout);
     guitar.playChord(sound.notes);
     runMainUntil([] { return false; }, chordLength);
     // going away as the shell does when nothing sounds: suspend, then let the device go

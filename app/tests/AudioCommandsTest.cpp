@@ -189,7 +189,7 @@ TEST_F(AudioDeviceCommandsTest, PlayStrumsThroughTheDevice) {
     const auto onsets = audio::testing::noteOnsets(recorded, notes, 44100, 441);
     ASSERT_EQ(onsets.size(), 5u);
     for (std::size_t i = 1; i < onsets.size(); ++i)
-        EXPECT_NEAR(onsets[i] - onsets[i - 1], 2205, 220.5);
+        EXPECT_NEAR(onsets[i] - onsets[i - 1], 2205, 220.5) << ::testing::PrintToString(onsets);
 }
 
 TEST_F(AudioDeviceCommandsTest, ADeviceThatIsNotThereIsNamedInTheError) {

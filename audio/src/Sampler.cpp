@@ -185,18 +185,17 @@ void Sampler::render(const BlockTiming& timing, float* left, float* right) noexc
             break;
         case Kind::noteOn:
         case Kind::controller: {
-            const Scheduled item{timing.frameFor(event->at), *event};
             if (scheduledCount_ == scheduled_.size()) {
-                play(item.event);
+                play(*event);
                 break;
             }
-            // after everything due at the same frame, so equal stamps keep their order
+            // after everything stamped the same, so that equal stamps keep their order
             const auto end = scheduled_.begin() + static_cast<std::ptrdiff_t>(scheduledCount_);
             const auto at = std::upper_bound(
-                scheduled_.begin(), end, item.frame,
-                [](FrameTime frame, const Scheduled& other) { return frame < other.frame; });
+                scheduled_.begin(), end, event->at,
+                [](TimelineTime stamp, const Event& other) { return stamp < other.at; });
             std::move_backward(at, end, end + 1);
-            *at = item;
+            *at = *event;
             ++scheduledCount_;
             break;
         }
@@ -206,13 +205,13 @@ void Sampler::render(const BlockTiming& timing, float* left, float* right) noexc
     int position = 0;
     const FrameTime end = timing.firstFrame + timing.frames;
     std::size_t done = 0;
-    while (done < scheduledCount_ && scheduled_[done].frame < end) {
-        const int offset =
-            static_cast<int>(std::max<FrameTime>(0, scheduled_[done].frame - timing.firstFrame));
+    for (; done < scheduledCount_; ++done) {
+        const FrameTime frame = timing.frameFor(scheduled_[done].at);
+        if (frame >= end) break;
+        const int offset = static_cast<int>(frame - timing.firstFrame);
         synthesize(left, right, position, offset);
         position = std::max(position, offset);
-        play(scheduled_[done].event);
-        ++done;
+        play(scheduled_[done]);
     }
     if (done > 0) {
         std::move(scheduled_.begin() + static_cast<std::ptrdiff_t>(done),

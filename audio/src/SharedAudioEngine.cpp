@@ -181,7 +181,8 @@ tl::expected<void, Error> SharedAudioEngine::openOutputLocked() {
     parameters.device = chosen->index;
     parameters.channelCount = outputChannels_;
     parameters.sampleFormat = paFloat32 | paNonInterleaved;
-    parameters.suggestedLatency = Pa_GetDeviceInfo(chosen->index)->defaultLowOutputLatency;
+    parameters.suggestedLatency = std::max(Pa_GetDeviceInfo(chosen->index)->defaultLowOutputLatency,
+                                           config::minimumDeviceLatency.count());
     double rate = preferredSampleRate_;
     if (Pa_IsFormatSupported(nullptr, &parameters, rate) != paFormatIsSupported)
         rate = chosen->defaultSampleRate;
@@ -197,6 +198,10 @@ tl::expected<void, Error> SharedAudioEngine::openOutputLocked() {
     host.streamOpened();
     outputStream_ = stream;
     outputFailed_.store(false);
+    const PaStreamInfo* info = Pa_GetStreamInfo(stream);
+    const double latency = (info != nullptr ? info->outputLatency : 0.0) +
+                           std::chrono::duration<double>(config::deviceEventMargin).count();
+    eventLatencyFrames_.store(static_cast<FrameTime>(std::llround(latency * rate)));
     outputDevice_ = *chosen;
     sampleRate_.store(rate);
     framesPerBuffer_.store(frames);
@@ -221,7 +226,8 @@ tl::expected<void, Error> SharedAudioEngine::openInputLocked() {
     parameters.device = device->index;
     parameters.channelCount = 1;
     parameters.sampleFormat = paFloat32;
-    parameters.suggestedLatency = Pa_GetDeviceInfo(device->index)->defaultLowInputLatency;
+    parameters.suggestedLatency = std::max(Pa_GetDeviceInfo(device->index)->defaultLowInputLatency,
+                                           config::minimumDeviceLatency.count());
     PaStream* stream = nullptr;
     const PaError error = Pa_OpenStream(&stream, &parameters, nullptr, sampleRate_.load(),
                                         static_cast<unsigned long>(framesPerBuffer_.load()),
@@ -376,27 +382,28 @@ void SharedAudioEngine::mix(const BlockTiming& timing, float* left, float* right
 }
 
 void SharedAudioEngine::renderDeviceBlock(float* const* channels, int frames) noexcept {
-    // Timeline time here is the steady clock: anchor it to the frames, and keep the
-    // anchor while the callbacks keep time, so stamped events keep their spacing.
+    // Timeline time here is the steady clock. Callbacks come unevenly (in bursts, or
+    // after a pause while the sound server starts), so the relation to the frames is
+    // the latest any callback has shown, and an event sounds the device's latency
+    // plus a margin after its stamp: its frame is rendered no sooner than the margin
+    // after the stamp, and an event sent within the margin is always in time.
     const double rate = sampleRate_.load();
     const auto now = std::chrono::duration_cast<TimelineTime>(
         std::chrono::steady_clock::now().time_since_epoch());
     const FrameTime first = renderedFrames_.load(std::memory_order_relaxed);
-    const auto expected =
-        anchorTime_ + std::chrono::duration_cast<TimelineTime>(std::chrono::duration<double>(
-                          static_cast<double>(first - anchorFrame_) / rate));
-    if (reanchor_.exchange(false) || now - expected > config::reanchorWhenLate ||
-        expected - now > config::reanchorWhenEarly) {
-        anchorFrame_ = first;
-        anchorTime_ = now;
+    const auto origin = now - std::chrono::duration_cast<TimelineTime>(
+                                  std::chrono::duration<double>(static_cast<double>(first) / rate));
+    if (reanchor_.exchange(false)) {
+        origin_ = origin;
+    } else {
+        // the device's clock may run a little fast: let the relation follow it back
+        origin_ = std::max(origin, origin_ - (now - lastCallback_) / config::clockDriftAllowance);
     }
+    lastCallback_ = now;
     BlockTiming timing;
     timing.sampleRate = rate;
-    timing.anchorTime = anchorTime_;
-    timing.anchorFrame =
-        anchorFrame_ +
-        static_cast<FrameTime>(
-            std::llround(std::chrono::duration<double>(config::deviceEventLatency).count() * rate));
+    timing.anchorTime = origin_;
+    timing.anchorFrame = eventLatencyFrames_.load(std::memory_order_relaxed);
     if (!timeline_.followsSteadyClock())
         timing.anchorTime = TimelineTime::max() / 2; // everything at once
 

@@ -222,7 +222,8 @@ TEST_F(DeviceTest, AStrumThroughTheDeviceHasSixOnsetsFiftyMillisecondsApart) {
     ASSERT_EQ(onsets.size(), 6u) << "recorded " << recorded.size() << " frames";
     for (std::size_t i = 1; i < onsets.size(); ++i)
         EXPECT_NEAR(onsets[i] - onsets[i - 1], 2205, 220.5)
-            << "between notes " << i - 1 << " and " << i;
+            << "between notes " << i - 1 << " and " << i << ": "
+            << ::testing::PrintToString(onsets);
 
     manager->setSceneActive(false);
     manager->refreshPlaybackActivation(false);

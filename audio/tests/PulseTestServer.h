@@ -13,14 +13,14 @@
 // shared() points this process's PortAudio at the server (PULSE_SERVER, a client
 // configuration that never starts a server of its own, and an ALSA configuration
 // whose default device is the server), so call it before anything opens a device.
-// Should the test program die without stopping it, the server ends by itself 20 s
-// after its last client has gone.
+// Should the test program die without stopping it, the server and any recorder go
+// with it.
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -85,7 +85,7 @@ public:
         std::vector<std::string> arguments{binary.string(),
                                            "-n",
                                            "--daemonize=no",
-                                           "--exit-idle-time=20",
+                                           "--exit-idle-time=-1",
                                            "--use-pid-file=no",
                                            "--system=no",
                                            "--realtime=no",
@@ -286,7 +286,9 @@ private:
         return {};
     }
 
-    /// Starts a program with its output in `output`; its process id, or -1.
+    /// Starts a program with its output in `output`; its process id, or -1. The
+    /// program is killed when the thread that started it ends, so that a test program
+    /// that dies leaves no server or recorder behind.
     static pid_t spawn(const std::vector<std::string>& arguments,
                        const std::vector<std::string>& environment, const std::string& output) {
         if (arguments.empty() || arguments[0].empty()) return -1;
@@ -298,16 +300,21 @@ private:
         for (const auto& entry : environment)
             envp.push_back(const_cast<char*>(entry.c_str()));
         envp.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
-                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        pid_t pid = -1;
-        const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
-        posix_spawn_file_actions_destroy(&actions);
-        return failed == 0 ? pid : -1;
+        const pid_t parent = getpid();
+        const pid_t pid = fork();
+        if (pid != 0) return pid; // the parent, or -1
+        // the child: only calls that are safe after fork in a threaded program
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(127);
+        const int in = open("/dev/null", O_RDONLY);
+        const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int err = open("/dev/null", O_WRONLY);
+        if (in < 0 || out < 0 || err < 0) _exit(127);
+        dup2(in, STDIN_FILENO);
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        execve(argv[0], argv.data(), envp.data());
+        _exit(127);
     }
 
     std::string lastLogLine() const {

@@ -124,10 +124,6 @@ public:
 private:
     using Kind = detail::SamplerEventKind;
     using Event = detail::SamplerEvent;
-    struct Scheduled {
-        FrameTime frame = 0;
-        Event event;
-    };
 
     void send(const Event& event);
     TimelineTime stampNow() const;
@@ -148,7 +144,9 @@ private:
 
     // render side
     detail::FluidInstrument* instrument_ = nullptr;
-    std::array<Scheduled, 512> scheduled_{};
+    // waiting for their frames, in stamp order; placed afresh in every block, as the
+    // relation between timeline and frames may move
+    std::array<Event, 512> scheduled_{};
     std::size_t scheduledCount_ = 0;
     std::array<float, 64> discard_{};
 };

@@ -29,14 +29,19 @@ inline constexpr int maximumSources = 16;
 inline constexpr int maximumCaptureSinks = 4;
 /// Longer device blocks and offline pulls are rendered in pieces of at most this.
 inline constexpr int maximumBlockFrames = 4096;
-/// How long after its stamp something sent to a device sounds: room for the work
-/// item that sends a note to run late and for the callbacks' uneven timing, so that
-/// notes keep their exact spacing. Offline rendering needs none.
-inline constexpr std::chrono::milliseconds deviceEventLatency{30};
-/// A callback this much later, or earlier, than the clock expects it moves the
-/// anchor between the clock and the frames (a stall, a burst, clock drift).
-inline constexpr std::chrono::milliseconds reanchorWhenLate{20};
-inline constexpr std::chrono::milliseconds reanchorWhenEarly{80};
+/// The least audio a device stream keeps queued. Two blocks of 5.8 ms, what sound
+/// servers offer as their lowest latency, run dry whenever a busy machine delays
+/// the render thread for a moment; this stays clear of that and is still well
+/// under what a tap on a chord feels as late.
+inline constexpr std::chrono::duration<double> minimumDeviceLatency{0.04};
+/// How long after its stamp something sent to a device sounds, beyond what the
+/// device itself holds queued: room for the work item that sends a note to run
+/// late. With this the device's uneven callbacks cannot move a note, and notes keep
+/// their exact spacing. Offline rendering needs none.
+inline constexpr std::chrono::milliseconds deviceEventMargin{15};
+/// How fast the clock-to-frame relation may move back when the device's clock runs
+/// ahead of the steady clock: one part in this.
+inline constexpr int clockDriftAllowance = 1000;
 } // namespace config
 
 /// What the render threads report. They cannot call anyone, so they leave these in a
@@ -161,10 +166,12 @@ private:
     std::atomic<bool> outputFailed_{false};
     std::atomic<bool> stoppingInput_{false};
 
-    // render-thread state of the device output
+    // render-thread state of the device output: when frame 0 would have been
+    // rendered, as late as any callback has shown
     std::atomic<bool> reanchor_{true};
-    FrameTime anchorFrame_ = 0;
-    TimelineTime anchorTime_{0};
+    TimelineTime origin_{0};
+    TimelineTime lastCallback_{0};
+    std::atomic<FrameTime> eventLatencyFrames_{0};
     std::vector<float> scratchLeft_;
     std::vector<float> scratchRight_;
 

@@ -54,13 +54,15 @@ tl::expected<void, Error> removeItem(sqlite::Connection& connection, const std::
     return {};
 }
 
-// bm25 weights by column: title, symbol, aliases, body, priority. A word in the name
-// or the symbol counts most, the other names and search words next, the description
-// least; among equally good hits the higher priority goes first.
+// bm25 weights by column: title, symbol, aliases, body. A word in the name or the
+// symbol counts most, the other names and search words next, the description least;
+// among equally good hits the higher priority goes first. The priority comes from the
+// plain table, as reading it from the text table costs a look-up per hit, and the
+// records are read only for the rows that are kept, so that the sort stays small.
 constexpr const char* searchSql =
-    "SELECT r.record FROM (SELECT rowid AS hit, bm25(items, 10.0, 10.0, 4.0, 1.0, 0.0) - "
-    "CAST(priority AS REAL) / 400.0 AS score FROM items WHERE items MATCH ?1 ORDER BY score LIMIT "
-    "?2) "
+    "SELECT r.exact, r.loose, r.priority, r.record FROM (SELECT items.rowid AS hit, "
+    "bm25(items, 10.0, 10.0, 4.0, 1.0) - p.priority / 400.0 AS score FROM items "
+    "JOIN item_rows p ON p.row = items.rowid WHERE items MATCH ?1 ORDER BY score LIMIT ?2) "
     "JOIN item_rows r ON r.row = hit ORDER BY score";
 
 /// What was typed, in the forms a record's names are compared with.
@@ -75,24 +77,43 @@ struct TypedForms {
           lower(unicode::lowerCased(asTyped)) {}
 };
 
+/// The forms a record is compared with when it ranks, one per line, kept beside it so
+/// that ranking needs neither its JSON nor case folding: the exact forms (the symbol,
+/// with keyboard signs too, and a chord's keywords) and the loose ones (the names,
+/// aliases and keywords in lower case).
+struct NameForms {
+    std::string exact;
+    std::string loose;
+};
+
+NameForms nameForms(const FretquillSearchIndexRecord& record) {
+    std::vector<std::string> exact;
+    if (record.symbol) exact = {*record.symbol, asciiSigns(*record.symbol)};
+    if (record.kind == FretquillSearchIndexRecord::Kind::chord)
+        exact.insert(exact.end(), record.keywords.begin(), record.keywords.end());
+    std::vector<std::string> loose{unicode::lowerCased(record.title),
+                                   unicode::lowerCased(record.displayName)};
+    for (const auto* list : {&record.aliases, &record.keywords})
+        for (const auto& name : *list) loose.push_back(unicode::lowerCased(name));
+    return {lines(exact), lines(loose)};
+}
+
+bool hasLine(std::string_view lines, std::string_view wanted) {
+    while (!lines.empty()) {
+        const auto end = lines.find('\n');
+        if (lines.substr(0, end) == wanted) return true;
+        if (end == std::string_view::npos) break;
+        lines.remove_prefix(end + 1);
+    }
+    return false;
+}
+
 /// How exactly a record names what was typed: 2 for the typed symbol itself
 /// ("Cm" is C minor, not C major's "CM"), 1 for a name equal but for case and
 /// spelled-out signs, 0 for a mere word match.
-int exactness(const FretquillSearchIndexRecord& record, const TypedForms& typed) {
-    const auto sameAs = [&](const std::string& form) {
-        return form == typed.asTyped || form == typed.squeezed;
-    };
-    if (record.symbol && (sameAs(*record.symbol) || sameAs(asciiSigns(*record.symbol)))) return 2;
-    if (record.kind == FretquillSearchIndexRecord::Kind::chord &&
-        std::any_of(record.keywords.begin(), record.keywords.end(), sameAs))
-        return 2;
-    const auto equalFolded = [&](const std::string& form) {
-        const auto lower = unicode::lowerCased(form);
-        return lower == typed.folded || lower == typed.lower;
-    };
-    if (equalFolded(record.title) || equalFolded(record.displayName)) return 1;
-    if (std::any_of(record.aliases.begin(), record.aliases.end(), equalFolded)) return 1;
-    if (std::any_of(record.keywords.begin(), record.keywords.end(), equalFolded)) return 1;
+int exactness(std::string_view exact, std::string_view loose, const TypedForms& typed) {
+    if (hasLine(exact, typed.asTyped) || hasLine(exact, typed.squeezed)) return 2;
+    if (hasLine(loose, typed.folded) || hasLine(loose, typed.lower)) return 1;
     return 0;
 }
 
@@ -181,16 +202,15 @@ SqliteSearchIndex::open(const std::filesystem::path& file) {
     }
     const std::string schema =
         "PRAGMA journal_mode=WAL;"
+        // prefix indexes, as a query grows letter by letter from one letter up
         "CREATE VIRTUAL TABLE IF NOT EXISTS items USING fts5(title, symbol, aliases, body, "
-        "priority UNINDEXED, "
-        "tokenize = \"unicode61 tokenchars '#/'\");"
-        // the record and the keys it is found and deleted by live beside the text, so a
-        // query reads only the small rows it ranks, and an id or a domain is an index look-up
-        "CREATE TABLE IF NOT EXISTS item_rows (id TEXT PRIMARY KEY, domain TEXT NOT NULL, row "
-        "INTEGER NOT NULL, "
-        "record TEXT NOT NULL);"
+        "prefix = '1 2 3', tokenize = \"unicode61 tokenchars '#/'\");"
+        // the record and the keys it is found, ranked and deleted by live beside the text,
+        // keyed by the text's row, so a hit is one look-up and an id or a domain an index
+        "CREATE TABLE IF NOT EXISTS item_rows (row INTEGER PRIMARY KEY, id TEXT NOT NULL UNIQUE, "
+        "domain TEXT NOT NULL, priority INTEGER NOT NULL, exact TEXT NOT NULL, loose TEXT NOT "
+        "NULL, record TEXT NOT NULL);"
         "CREATE INDEX IF NOT EXISTS item_rows_domain ON item_rows (domain);"
-        "CREATE UNIQUE INDEX IF NOT EXISTS item_rows_row ON item_rows (row);"
         "PRAGMA user_version = " +
         std::to_string(config::searchIndexLayout) + ";";
     const auto created = connection->execute(schema.c_str());
@@ -240,8 +260,8 @@ SqliteSearchIndex::indexSearchableItems(std::span<const SearchableItem> items) {
             const auto& record = item.record;
             // an item indexed again replaces the one it had
             if (auto done = removeItem(connection, record.id); !done) return done;
-            auto insert = connection.prepare("INSERT INTO items (title, symbol, aliases, body, "
-                                             "priority) VALUES (?1, ?2, ?3, ?4, ?5)");
+            auto insert = connection.prepare(
+                "INSERT INTO items (title, symbol, aliases, body) VALUES (?1, ?2, ?3, ?4)");
             if (!insert) return tl::unexpected(errorOf(insert.error()));
             std::vector<std::string> aliasForms = record.aliases;
             aliasForms.insert(aliasForms.end(), record.keywords.begin(), record.keywords.end());
@@ -254,16 +274,19 @@ SqliteSearchIndex::indexSearchableItems(std::span<const SearchableItem> items) {
                                   .bindText(2, symbol)
                                   .bindText(3, lines(aliasForms))
                                   .bindText(4, lines(bodyForms))
-                                  .bind(5, record.priority)
                                   .run();
             if (!done) return tl::unexpected(errorOf(done.error()));
-            auto row = connection.prepare(
-                "INSERT INTO item_rows (id, domain, row, record) VALUES (?1, ?2, ?3, ?4)");
+            auto row = connection.prepare("INSERT INTO item_rows (row, id, domain, priority, "
+                                          "exact, loose, record) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
             if (!row) return tl::unexpected(errorOf(row.error()));
-            if (auto kept = row->bindText(1, record.id)
-                                .bindText(2, item.domain)
-                                .bind(3, connection.lastInsertRowid())
-                                .bindText(4, toJson(record).dump())
+            const auto forms = nameForms(record);
+            if (auto kept = row->bind(1, connection.lastInsertRowid())
+                                .bindText(2, record.id)
+                                .bindText(3, item.domain)
+                                .bind(4, record.priority)
+                                .bindText(5, forms.exact)
+                                .bindText(6, forms.loose)
+                                .bindText(7, toJson(record).dump())
                                 .run();
                 !kept)
                 return tl::unexpected(errorOf(kept.error()));
@@ -291,27 +314,30 @@ std::vector<FretquillSearchIndexRecord> SqliteSearchIndex::search(std::string_vi
     auto query = state_->connection.prepare(searchSql);
     if (!query) return {};
     query->bindText(1, match).bind(2, candidates);
-    std::vector<std::pair<int, FretquillSearchIndexRecord>> ranked;
+    struct Candidate {
+        int exactness = 0;
+        std::int64_t priority = 0;
+        std::string record;
+    };
+    std::vector<Candidate> ranked;
     const TypedForms forms(typed);
     for (;;) {
         const auto row = query->step();
         if (!row || !*row) break;
-        const auto json = nlohmann::json::parse(query->columnText(0), nullptr, false);
-        if (auto record = recordFromJson(json)) {
-            const int exact = exactness(*record, forms);
-            ranked.emplace_back(exact, std::move(*record));
-        }
+        ranked.push_back({exactness(query->columnText(0), query->columnText(1), forms),
+                          query->columnInteger(2), std::string(query->columnText(3))});
     }
     // names that equal what was typed come first, and among them the easier, more
     // common chord (C before C♯); word matches keep the order of their scores
     std::stable_sort(ranked.begin(), ranked.end(), [](const auto& a, const auto& b) {
-        if (a.first != b.first) return a.first > b.first;
-        return a.first > 0 && a.second.priority > b.second.priority;
+        if (a.exactness != b.exactness) return a.exactness > b.exactness;
+        return a.exactness > 0 && a.priority > b.priority;
     });
     std::vector<FretquillSearchIndexRecord> result;
-    for (auto& [exact, record] : ranked) {
+    for (const auto& candidate : ranked) {
         if (result.size() == limit) break;
-        result.push_back(std::move(record));
+        if (auto record = recordFromJson(nlohmann::json::parse(candidate.record, nullptr, false)))
+            result.push_back(std::move(*record));
     }
     return result;
 }

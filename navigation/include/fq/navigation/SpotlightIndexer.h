@@ -30,7 +30,7 @@ inline constexpr std::size_t indexBatchSize = 200;
 /// The index's own database inside cacheDirectory(): a cache, rebuilt when lost.
 inline constexpr std::string_view searchIndexFile = "search-index.sqlite";
 /// The layout of that file's tables; a file of another layout is rebuilt.
-inline constexpr std::int64_t searchIndexLayout = 2;
+inline constexpr std::int64_t searchIndexLayout = 3;
 } // namespace config
 
 /// A record as the index holds it: with the domain it is deleted by.

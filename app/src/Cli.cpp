@@ -4,8 +4,11 @@
 #include "ChordCommands.h"
 #include "LibraryCommands.h"
 #include "LinkCommands.h"
+#include "MetronomeCommands.h"
 #include "NavigationCommands.h"
+#include "TempoCommands.h"
 #include "TheoryCommands.h"
+#include "TunerCommands.h"
 
 #include <fq/core/Diagnostics.h>
 
@@ -34,8 +37,11 @@ int runCli(std::span<const char* const> arguments, std::ostream& out, std::ostre
     addAudioCommands(app, context);
     addLibraryCommands(app, context);
     addLinkCommands(app, context);
+    addMetronomeCommands(app, context);
     addNavigationCommands(app, context);
+    addTempoCommands(app, context);
     addTheoryCommands(app, context);
+    addTunerCommands(app, context);
 
     std::vector<std::string> args(arguments.begin(), arguments.end());
     std::reverse(args.begin(), args.end()); // CLI11 takes them last first

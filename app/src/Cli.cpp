@@ -6,6 +6,8 @@
 #include "LinkCommands.h"
 #include "MetronomeCommands.h"
 #include "NavigationCommands.h"
+#include "SheetCommands.h"
+#include "SongCommands.h"
 #include "TempoCommands.h"
 #include "TheoryCommands.h"
 #include "TunerCommands.h"
@@ -39,6 +41,8 @@ int runCli(std::span<const char* const> arguments, std::ostream& out, std::ostre
     addLinkCommands(app, context);
     addMetronomeCommands(app, context);
     addNavigationCommands(app, context);
+    addSheetCommands(app, context);
+    addSongCommands(app, context);
     addTempoCommands(app, context);
     addTheoryCommands(app, context);
     addTunerCommands(app, context);

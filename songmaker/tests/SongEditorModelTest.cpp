@@ -1,0 +1,211 @@
+#include "SongTestSupport.h"
+
+#include <fq/personal/PreferenceKeys.h>
+#include <fq/personal/SharedStore.h>
+#include <fq/songmaker/SongEditorModel.h>
+
+#include <gtest/gtest.h>
+
+namespace fq::songmaker {
+namespace {
+
+using namespace testing;
+namespace fs = std::filesystem;
+using core::Chord;
+using core::Note;
+
+/// Records what the editor hands over; it can be told it is running.
+struct RecordingSequencer : JamSequencer {
+    bool running = false;
+    int stops = 0;
+    int tempoChanges = 0;
+    int updates = 0;
+    std::int64_t bpm = 120;
+    std::vector<int> seeks;
+    bool isRunning() const override { return running; }
+    void stop() override {
+        running = false;
+        ++stops;
+    }
+    std::int64_t tempo() const override { return bpm; }
+    void setTempo(std::int64_t value) override {
+        bpm = value;
+        ++tempoChanges;
+    }
+    void update(const std::vector<SongSection>&, const core::ArpeggioSequence&,
+                const core::BassPattern&, const core::DrumPattern&) override {
+        ++updates;
+    }
+    void seek(int index) override { seeks.push_back(index); }
+};
+
+struct CountingObserver : DocumentsChangeObserver {
+    int changes = 0;
+    void documentsChanged() override { ++changes; }
+};
+
+class SongEditorModelTest : public ::testing::Test {
+protected:
+    SongEditorModel::Services services() {
+        return {&sequencer_, store_,
+                [folder = folder_.path()]() -> tl::expected<fs::path, Error> { return folder; },
+                &observer_, immediateContext()};
+    }
+    std::vector<std::string> titles(const SongEditorModel& editor) {
+        std::vector<std::string> result;
+        for (const auto& section : editor.sections())
+            result.push_back(section.title);
+        return result;
+    }
+
+    TemporaryFolder folder_;
+    std::shared_ptr<personal::SharedStore> store_ =
+        *personal::SharedStore::open(folder_.path() / "store.sqlite");
+    RecordingSequencer sequencer_;
+    CountingObserver observer_;
+};
+
+TEST_F(SongEditorModelTest, ANewSongStartsWithAnIntroAndAnEarlyPattern) {
+    const SongEditorModel editor(std::nullopt, services());
+    ASSERT_EQ(editor.sections().size(), 1u);
+    const auto& intro = editor.sections()[0];
+    EXPECT_EQ(intro.title, "Intro");
+    EXPECT_EQ(intro.sectionType, SectionType::intro);
+    EXPECT_TRUE(intro.chords.empty());
+    EXPECT_TRUE(editor.isNew());
+    EXPECT_EQ(editor.trackTitle, "Untitled");
+    const auto all = core::arpeggioSequences();
+    std::vector<std::string> firstFour;
+    for (std::size_t index = 0; index < 4; ++index)
+        firstFour.push_back(all[index].name);
+    EXPECT_NE(std::find(firstFour.begin(), firstFour.end(), editor.currentSequence().name),
+              firstFour.end());
+    EXPECT_EQ(editor.currentBassPattern().name, core::bassPatterns().front().name);
+    EXPECT_EQ(editor.currentDrumPattern().name, core::drumPatterns().front().name);
+}
+
+TEST_F(SongEditorModelTest, SectionsAreAddedDuplicatedMovedAndDeleted) {
+    DiagnosticCapture diagnostics;
+    SongEditorModel editor(std::nullopt, services());
+    editor.addSection(SectionType::verse);
+    editor.addSection(SectionType::other, "Solo");
+    EXPECT_EQ(diagnostics.lines()[0], "Selected Section Type: verse, Title: Verse");
+    EXPECT_EQ(diagnostics.lines()[1], "Selected Section Type: other, Title: Solo");
+    const auto verse = editor.sections()[1].id;
+    editor.duplicateSection(verse);
+    editor.duplicateSection(verse);
+    EXPECT_EQ(titles(editor),
+              (std::vector<std::string>{"Intro", "Verse", "Verse Copy 2", "Verse Copy", "Solo"}));
+    editor.duplicateSection(core::Uuid::random());
+    EXPECT_EQ(editor.sections().size(), 5u);
+
+    const auto solo = editor.sections()[4].id;
+    editor.moveSection(solo, verse);
+    EXPECT_EQ(titles(editor),
+              (std::vector<std::string>{"Intro", "Solo", "Verse", "Verse Copy 2", "Verse Copy"}));
+    editor.moveSection(editor.sections()[0].id, editor.sections()[4].id);
+    EXPECT_EQ(titles(editor),
+              (std::vector<std::string>{"Solo", "Verse", "Verse Copy 2", "Verse Copy", "Intro"}));
+    EXPECT_EQ(diagnostics.lines().back(), "Chords flattened: ");
+    EXPECT_EQ(diagnostics.lines()[diagnostics.lines().size() - 2],
+              "Sections order: Solo, Verse, Verse Copy 2, Verse Copy, Intro");
+    editor.deleteSection(verse);
+    EXPECT_EQ(editor.sections().size(), 4u);
+    EXPECT_EQ(deleteSectionQuestion("Verse"), "Are you sure you really want to delete 'Verse'");
+}
+
+TEST_F(SongEditorModelTest, ChordsAndTheFlatList) {
+    DiagnosticCapture diagnostics;
+    SongEditorModel editor(std::nullopt, services());
+    editor.addSection(SectionType::verse);
+    editor.selectSection(editor.sections()[0].id);
+    EXPECT_TRUE(editor.addChord({Note::D, "major", 0}));
+    EXPECT_TRUE(editor.addChord({Note::A, "major", 0}));
+    editor.selectSection(editor.sections()[1].id);
+    EXPECT_TRUE(editor.addChord({Note::B, "minor", 0}));
+    EXPECT_EQ(flatChordList(editor.sections()).size(), 3u);
+    EXPECT_EQ(editor.flatIndex(1, 0), 2);
+    EXPECT_EQ(editor.flatIndex(0, 1), 1);
+    for (const auto& [section, chord] :
+         std::vector<std::pair<int, int>>{{2, 0}, {1, 1}, {-1, 0}, {0, 2}})
+        EXPECT_FALSE(editor.flatIndex(section, chord));
+    EXPECT_EQ(diagnostics.lines().back(), "Invalid section or chord index");
+
+    // the key changes what new chords are offered, never the chords in place
+    editor.setKeySignature(Note::Ef, KeySignatureQuality::minor);
+    EXPECT_EQ(editor.currentKeySignature(), (Chord{Note::Ef, "minor", 0}));
+    EXPECT_EQ(editor.sections()[0].chords[0], (Chord{Note::D, "major", 0}));
+
+    // a tap selects while stopped, except right after a long press
+    editor.longPress();
+    editor.tapChord(0, 1);
+    EXPECT_FALSE(editor.selectedChordInfo());
+    editor.tapChord(0, 1);
+    ASSERT_TRUE(editor.selectedChordInfo());
+    EXPECT_EQ(editor.selectedChordInfo()->chordIndex, 1);
+    EXPECT_TRUE(editor.deleteChord());
+    EXPECT_EQ(editor.sections()[0].chords, (std::vector<Chord>{{Note::D, "major", 0}}));
+    EXPECT_FALSE(editor.deleteChord()) << "nothing is selected any more";
+
+    // while playing, a tap seeks instead
+    ASSERT_TRUE(personal::write(*store_, personal::keys::isSequencerOn, true));
+    editor.tapChord(1, 0);
+    EXPECT_EQ(sequencer_.seeks, std::vector<int>{1});
+    EXPECT_EQ(editor.chordIndex(), 1);
+}
+
+TEST_F(SongEditorModelTest, AnEmptySongStopsTheSequencerAndTempoIsToldOnChange) {
+    SongEditorModel editor(std::nullopt, services());
+    editor.selectSection(editor.sections()[0].id);
+    editor.addChord({Note::G, "major", 0});
+    ASSERT_TRUE(personal::write(*store_, personal::keys::isSequencerOn, true));
+    sequencer_.running = true;
+    const int tempoChanges = sequencer_.tempoChanges;
+    editor.setTempo(120);
+    EXPECT_EQ(sequencer_.tempoChanges, tempoChanges) << "an unchanged tempo is not told";
+    editor.setTempo(96);
+    EXPECT_EQ(sequencer_.bpm, 96);
+
+    const int updates = sequencer_.updates;
+    editor.deleteSection(editor.sections()[0].id);
+    EXPECT_EQ(sequencer_.updates, updates + 1);
+    EXPECT_EQ(sequencer_.stops, 1);
+    EXPECT_FALSE(personal::read(*store_, personal::keys::isSequencerOn));
+    EXPECT_FALSE(editor.selectedSectionID());
+}
+
+TEST_F(SongEditorModelTest, SavingNamesANewFileOnceAndNeverRenames) {
+    SongEditorModel editor(std::nullopt, services());
+    editor.trackTitle = "Morning";
+    editor.setTempo(88);
+    ASSERT_TRUE(editor.save());
+    const auto file = folder_.path() / "Morning.frtqul";
+    EXPECT_EQ(editor.documentURL(), file);
+    EXPECT_EQ(observer_.changes, 1);
+
+    SongEditorModel reopened(file, services());
+    EXPECT_FALSE(reopened.loadFailed());
+    EXPECT_EQ(reopened.bpm(), 88);
+    EXPECT_EQ(reopened.sections(), editor.sections());
+    EXPECT_EQ(reopened.currentSequence().name, editor.currentSequence().name);
+    reopened.trackTitle = "Evening";
+    ASSERT_TRUE(reopened.save());
+    EXPECT_EQ(FrtQulDocument::read(file)->title, "Evening")
+        << "the title changes inside the same file";
+    EXPECT_FALSE(fs::exists(folder_.path() / "Evening.frtqul"));
+
+    DiagnosticCapture diagnostics;
+    writeBytes(folder_.path() / "Bad.frtqul", "torn");
+    SongEditorModel broken(folder_.path() / "Bad.frtqul", services());
+    EXPECT_TRUE(broken.loadFailed());
+    EXPECT_EQ(diagnostics.lines().at(0).rfind("Error loading document: ", 0), 0u);
+    EXPECT_EQ(broken.trackTitle, "Untitled");
+
+    SongEditorModel nowhere(std::nullopt, services());
+    nowhere.trackTitle = "no/such/folder";
+    EXPECT_FALSE(nowhere.save());
+    EXPECT_EQ(diagnostics.lines().back().rfind("Error saving document: ", 0), 0u);
+}
+
+} // namespace
+} // namespace fq::songmaker

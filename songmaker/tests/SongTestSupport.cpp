@@ -1,0 +1,124 @@
+#include "SongTestSupport.h"
+
+#include <fq/core/Diagnostics.h>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace fq::songmaker::testing {
+
+namespace fs = std::filesystem;
+
+TemporaryFolder::TemporaryFolder() {
+    std::string pattern = (fs::temp_directory_path() / "fq-songs-XXXXXX").string();
+    path_ = ::mkdtemp(pattern.data());
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    std::error_code error;
+    fs::remove_all(path_, error);
+}
+
+DiagnosticCapture::DiagnosticCapture() : file_(std::tmpfile()) {
+    setDiagnosticStream(file_);
+}
+
+DiagnosticCapture::~DiagnosticCapture() {
+    setDiagnosticStream(stdout);
+    std::fclose(file_);
+}
+
+std::vector<std::string> DiagnosticCapture::lines() {
+    std::fflush(file_);
+    std::rewind(file_);
+    std::vector<std::string> result;
+    std::array<char, 4096> buffer{};
+    while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file_)) {
+        std::string line(buffer.data());
+        if (!line.empty() && line.back() == '\n') line.pop_back();
+        result.push_back(line);
+    }
+    return result;
+}
+
+FrtQulDocumentData sampleSong(std::string title) {
+    FrtQulDocumentData data;
+    data.title = std::move(title);
+    SongSection verse;
+    verse.title = "Verse";
+    verse.sectionType = SectionType::verse;
+    verse.chords = {{core::Note::Fs, "minor 7th", 0},
+                    {core::Note::Bf, "major", -2},
+                    {core::Note::C, "sus4", 1}};
+    verse.isBassEnabled = false;
+    verse.shouldAddFillAtEnd = false;
+    SongSection chorus;
+    chorus.title = "Chorus — ♯";
+    chorus.sectionType = SectionType::chorus;
+    chorus.chords = {{core::Note::G, "major", 0}};
+    chorus.isDrumsEnabled = false;
+    data.sections = {verse, chorus};
+    data.key = {core::Note::Ef, "minor", 0};
+    data.bpm = -7;
+    data.sequence = core::arpeggioSequences().at(1);
+    return data;
+}
+
+nlohmann::json comparable(const FrtQulDocumentData& data) {
+    auto json = nlohmann::json::parse(toJson(data).dump());
+    auto& sequence = json["sequence"];
+    sequence.erase("id");
+    for (auto* list : {&sequence["associatedBassPatterns"], &sequence["associatedDrumPatterns"]})
+        for (auto& item : *list) {
+            item.erase("id");
+            for (auto& [key, value] : item.items())
+                if (value.is_object()) value.erase("id");
+        }
+    return json;
+}
+
+void writeBytes(const fs::path& file, const std::string& bytes) {
+    std::ofstream(file, std::ios::binary) << bytes;
+}
+
+std::string readBytes(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream contents;
+    contents << in.rdbuf();
+    return contents.str();
+}
+
+bool havePython() {
+    return std::system("python3 -c 'import plistlib' >/dev/null 2>&1") == 0;
+}
+
+int runPython(const std::string& program, std::string* output) {
+    int pipeEnds[2];
+    if (::pipe(pipeEnds) != 0) return -1;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::dup2(pipeEnds[1], STDOUT_FILENO);
+        ::close(pipeEnds[0]);
+        ::close(pipeEnds[1]);
+        ::execlp("python3", "python3", "-c", program.c_str(), static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    ::close(pipeEnds[1]);
+    std::string text;
+    char buffer[4096];
+    for (ssize_t got; (got = ::read(pipeEnds[0], buffer, sizeof buffer)) > 0;)
+        text.append(buffer, static_cast<std::size_t>(got));
+    ::close(pipeEnds[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (output) *output = text;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+} // namespace fq::songmaker::testing

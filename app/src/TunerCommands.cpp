@@ -9,6 +9,7 @@
 #include <fq/audio/SerialQueue.h>
 #include <fq/core/GuitarTuning.h>
 #include <fq/personal/DataLocations.h>
+#include <fq/personal/UserPreferences.h>
 #include <fq/tuner/KVPitchRecognizer.h>
 #include <fq/tuner/OfflinePitchTracker.h>
 #include <fq/tuner/TunerDisplay.h>
@@ -33,12 +34,16 @@ using namespace std::chrono_literals;
 constexpr auto activationTimeout = 5s;
 /// How long a reference tone sounds.
 constexpr auto toneLength = 2500ms;
+/// A whole tuning's strings follow one another this far apart.
+constexpr auto stringSpacing = 1500ms;
 /// The gauge bar: this many characters from -50 to +50 cents.
 constexpr int gaugeWidth = 41;
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
-void onInterrupt(int) { g_interrupted = 1; }
+void onInterrupt(int) {
+    g_interrupted = 1;
+}
 
 /// Ctrl-C ends a live tuner in order instead of killing it with the device open.
 class InterruptGuard {
@@ -89,7 +94,8 @@ std::string gaugeLine(const tuner::TunerDisplayModel& model) {
     bar[static_cast<std::size_t>(centre)] = '|';
     std::string drawn;
     for (int i = 0; i < gaugeWidth; ++i)
-        drawn += i == column(cents) ? std::string("●") : std::string(1, bar[static_cast<std::size_t>(i)]);
+        drawn += i == column(cents) ? std::string("●")
+                                    : std::string(1, bar[static_cast<std::size_t>(i)]);
     return fmt::format("{:<5} {:+6.1f} cents  {:<9}  {}  {:.1f} Hz",
                        model.displayNote().value_or("?"), cents, model.instruction().text, drawn,
                        model.displayFrequency());
@@ -157,8 +163,9 @@ void tuneFile(const std::string& fileText, bool fast, bool json, std::ostream& o
     const auto started = std::chrono::steady_clock::now();
     tracker.feed(audio.samples, [&](double seconds) {
         if (fast || g_interrupted) return;
-        std::this_thread::sleep_until(started + std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                                    std::chrono::duration<double>(seconds)));
+        std::this_thread::sleep_until(started +
+                                      std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                          std::chrono::duration<double>(seconds)));
     });
     tracker.finish();
     printer.end();
@@ -226,7 +233,8 @@ void tuneLive(double duration, bool json, std::ostream& out) {
 
 /// "C#2", "Db2" and "c♯2" all name "C♯2".
 std::string normalisedNoteTitle(std::string text) {
-    if (!text.empty()) text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+    if (!text.empty())
+        text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
     if (text.size() > 1 && text[1] == '#') text.replace(1, 1, "♯");
     if (text.size() > 1 && text[1] == 'b') text.replace(1, 1, "♭");
     return text;
@@ -255,20 +263,32 @@ Tone resolveTone(const std::string& tuningText, const std::string& stringText) {
                                    core::tuningData(*tuning).title, titles));
 }
 
-void renderTone(int note, const std::string& file) {
+std::chrono::milliseconds soundingTime(std::size_t index, std::size_t count) {
+    return index + 1 == count
+               ? std::chrono::duration_cast<std::chrono::milliseconds>(toneLength)
+               : std::chrono::duration_cast<std::chrono::milliseconds>(stringSpacing);
+}
+
+/// The notes one after another, as a row of reference tone buttons tapped in turn.
+void renderTones(std::span<const int> notes, const std::string& file) {
     audio::ManualTimeline timeline;
     audio::SharedAudioEngine engine{timeline};
     engine.enableManualRenderingMode();
     const auto guitar = audio::GuitarAudioEngine::create(engine);
-    const int notes[] = {note};
-    guitar->playChord(notes);
-    const auto frames = static_cast<std::int64_t>(
-        engine.sampleRate() * std::chrono::duration<double>(toneLength).count());
-    valueOrThrow(audio::writeWav(file, audio::renderOffline(engine, timeline, frames),
-                                 engine.sampleRate()));
+    audio::StereoBuffer all;
+    for (std::size_t i = 0; i < notes.size(); ++i) {
+        guitar->playChord(notes.subspan(i, 1));
+        const auto frames = static_cast<std::int64_t>(
+            engine.sampleRate() *
+            std::chrono::duration<double>(soundingTime(i, notes.size())).count());
+        auto part = audio::renderOffline(engine, timeline, frames);
+        all.left.insert(all.left.end(), part.left.begin(), part.left.end());
+        all.right.insert(all.right.end(), part.right.begin(), part.right.end());
+    }
+    valueOrThrow(audio::writeWav(file, all, engine.sampleRate()));
 }
 
-void playTone(int note) {
+void playTones(std::span<const int> notes) {
     requireDevice(audio::AudioDirection::output);
     auto& session = audio::AudioSessionManager::shared();
     auto& guitar = audio::GuitarAudioEngine::shared();
@@ -277,11 +297,47 @@ void playTone(int note) {
     session.refreshPlaybackActivation(false, [&] { ready = true; });
     if (!runMainUntil([&] { return ready; }, activationTimeout) || !guitar.isEngineRunning())
         throw CommandError("The audio output did not start");
-    const int notes[] = {note};
-    guitar.playChord(notes);
-    runMainUntil([] { return false; }, std::chrono::duration_cast<std::chrono::milliseconds>(toneLength));
+    for (std::size_t i = 0; i < notes.size(); ++i) {
+        guitar.playChord(notes.subspan(i, 1));
+        runMainUntil([] { return false; }, soundingTime(i, notes.size()));
+    }
     guitar.stopAllNotes();
     releaseSession(session);
+}
+
+Json stringsJson(std::span<const core::ReferenceToneButtonData> strings) {
+    auto array = Json::array();
+    for (const auto& string : strings)
+        array.push_back({{"buttonTitle", string.buttonTitle}, {"noteNumber", string.noteNumber}});
+    return array;
+}
+
+/// The rows of reference tones the tuner offers: the enabled tunings, in catalogue order.
+void listEnabledTones(bool json, std::ostream& out) {
+    const auto enabled = personal::UserPreferences(appStore()).enabledTunings();
+    if (json) {
+        auto rows = Json::array();
+        for (const auto tuning : enabled) {
+            const auto& data = core::tuningData(tuning);
+            rows.push_back({{"id", core::identifier(tuning)},
+                            {"title", data.title},
+                            {"description", data.description},
+                            {"strings", stringsJson(data.referenceToneButtonData)}});
+        }
+        out << rows.dump() << "\n";
+        return;
+    }
+    if (enabled.empty()) {
+        out << "No tuning is enabled (fretquill tunings lists them all).\n";
+        return;
+    }
+    for (const auto tuning : enabled) {
+        const auto& data = core::tuningData(tuning);
+        std::string titles;
+        for (const auto& string : data.referenceToneButtonData)
+            titles += (titles.empty() ? "" : " ") + std::string(string.buttonTitle);
+        out << fmt::format("{:<15} {:<24} {}\n", core::identifier(tuning), data.title, titles);
+    }
 }
 
 } // namespace
@@ -303,8 +359,9 @@ void addTunerCommands(CLI::App& app, CommandContext& context) {
                           "With --input: run through the file as fast as possible");
     tuneCommand->add_flag("--json", tuneOptions->json,
                           "One JSON object per display change (JSON Lines)");
-    tuneCommand->add_option("--duration", tuneOptions->duration,
-                            "Listen live for this many seconds (default: until Ctrl-C)")
+    tuneCommand
+        ->add_option("--duration", tuneOptions->duration,
+                     "Listen live for this many seconds (default: until Ctrl-C)")
         ->check(CLI::NonNegativeNumber);
     tuneCommand->callback([&context, tuneOptions] {
         *context.action = [&context, tuneOptions] {
@@ -325,23 +382,59 @@ void addTunerCommands(CLI::App& app, CommandContext& context) {
         bool json = false;
     };
     auto toneOptions = std::make_shared<ToneOptions>();
+    const auto playWholeTuning = [](const ToneOptions& options, std::ostream& out) {
+        const auto tuning = core::guitarTuningFromIdentifier(options.tuning);
+        if (!tuning) throw CommandError(fmt::format("Unknown tuning: {}", options.tuning));
+        const auto& data = core::tuningData(*tuning);
+        std::vector<int> notes;
+        std::string titles;
+        for (const auto& string : data.referenceToneButtonData) {
+            notes.push_back(string.noteNumber);
+            titles += (titles.empty() ? "" : " ") + std::string(string.buttonTitle);
+        }
+        if (!options.render.empty())
+            renderTones(notes, options.render);
+        else
+            playTones(notes);
+        if (options.json)
+            out << Json{{"tuning", core::identifier(*tuning)},
+                        {"title", data.title},
+                        {"strings", stringsJson(data.referenceToneButtonData)},
+                        {"rendered", options.render.empty() ? Json() : Json(options.render)}}
+                       .dump()
+                << "\n";
+        else
+            out << fmt::format("{} {} of {}{}\n", options.render.empty() ? "Played" : "Rendered",
+                               titles, data.title,
+                               options.render.empty() ? "" : " to " + options.render);
+    };
     auto* toneCommand = app.add_subcommand(
         "tone", "Play the reference tone of one string of a tuning on the guitar");
-    toneCommand->add_option("TUNING", toneOptions->tuning, "The tuning: standard, dropD, dadgad, …")
-        ->required();
+    toneCommand->add_option("TUNING", toneOptions->tuning,
+                            "The tuning: standard, dropD, dadgad, … (none: list the enabled "
+                            "tunings' reference tones)");
     toneCommand->add_option("STRING", toneOptions->string,
-                            "The string: its note (E2, C#2) or its number, 1 (highest) to 6")
-        ->required();
+                            "The string: its note (E2, C#2) or its number, 1 (highest) to 6 "
+                            "(none: all six in turn)");
     toneCommand->add_option("--render", toneOptions->render,
                             "Write the tone to this WAV file instead of playing it");
     toneCommand->add_flag("--json", toneOptions->json, "Print JSON");
-    toneCommand->callback([&context, toneOptions] {
-        *context.action = [&context, toneOptions] {
+    toneCommand->callback([&context, toneOptions, playWholeTuning] {
+        *context.action = [&context, toneOptions, playWholeTuning] {
+            if (toneOptions->tuning.empty()) {
+                listEnabledTones(toneOptions->json, context.out);
+                return 0;
+            }
+            if (toneOptions->string.empty()) {
+                playWholeTuning(*toneOptions, context.out);
+                return 0;
+            }
             const auto tone = resolveTone(toneOptions->tuning, toneOptions->string);
+            const int notes[] = {tone.button.noteNumber};
             if (!toneOptions->render.empty())
-                renderTone(tone.button.noteNumber, toneOptions->render);
+                renderTones(notes, toneOptions->render);
             else
-                playTone(tone.button.noteNumber);
+                playTones(notes);
             const auto& data = core::tuningData(tone.tuning);
             if (toneOptions->json) {
                 context.out << Json{{"tuning", core::identifier(tone.tuning)},
@@ -354,13 +447,11 @@ void addTunerCommands(CLI::App& app, CommandContext& context) {
                                    .dump()
                             << "\n";
             } else {
-                context.out << fmt::format("{} {} of {} (MIDI {}){}\n",
-                                           toneOptions->render.empty() ? "Played" : "Rendered",
-                                           tone.button.buttonTitle, data.title,
-                                           tone.button.noteNumber,
-                                           toneOptions->render.empty()
-                                               ? ""
-                                               : " to " + toneOptions->render);
+                context.out << fmt::format(
+                    "{} {} of {} (MIDI {}){}\n",
+                    toneOptions->render.empty() ? "Played" : "Rendered", tone.button.buttonTitle,
+                    data.title, tone.button.noteNumber,
+                    toneOptions->render.empty() ? "" : " to " + toneOptions->render);
             }
             return 0;
         };

@@ -6,6 +6,7 @@
 #include <fq/audio/SerialQueue.h>
 #include <fq/audio/SharedAudioEngine.h>
 #include <fq/core/Diagnostics.h>
+#include <fq/metronome/DetectorListeningPort.h>
 #include <fq/metronome/MetronomeController.h>
 #include <fq/metronome/MetronomeRender.h>
 #include <fq/personal/PreferenceKeys.h>
@@ -22,6 +23,7 @@
 #include <memory>
 #include <optional>
 #include <thread>
+#include <tuple>
 
 namespace fq::app {
 namespace {
@@ -59,6 +61,7 @@ struct MetronomeOptions {
     std::string render;
     std::optional<double> seconds;
     bool json = false;
+    bool listen = false;
 };
 
 /// The person's stored settings, with what the options say instead.
@@ -206,6 +209,38 @@ public:
     void endAll() override { clearLine(); }
 
     void redraw() { draw(); }
+
+    /// What listening shows: the message, the level bands and the tempo it has set.
+    /// Lines and JSON only when the message, the heard tempo or the metronome's
+    /// changes; the bars only on the status line.
+    void listening(const metronome::MetronomeController& controller) {
+        listening_ = controller.isListeningForTempo();
+        message_ = controller.tempoDetectionMessage();
+        levels_ = controller.tempoEQLevels();
+        bpm_ = controller.bpm();
+        const auto said = std::make_tuple(message_, controller.lastDetectedTempo(), bpm_);
+        // the tempo set from listening counts only once there is a tempo heard
+        const bool news = std::get<0>(said) != std::get<0>(lastSaid_) ||
+                          std::get<1>(said) != std::get<1>(lastSaid_) ||
+                          (std::get<1>(said) && bpm_ != std::get<2>(lastSaid_));
+        lastSaid_ = said;
+        if (json_) {
+            if (news)
+                out_ << Json{{"listening", listening_},
+                             {"message", message_},
+                             {"tempo", std::get<1>(said) ? Json(*std::get<1>(said)) : Json()},
+                             {"bpm", bpm_}}
+                            .dump()
+                     << std::endl;
+            return;
+        }
+        if (drawsLine_) {
+            draw();
+        } else if (news && !message_.empty()) {
+            out_ << message_ << std::endl;
+        }
+    }
+
     void click(int beat, int subdivision) {
         beat_ = beat;
         subdivision_ = subdivision;
@@ -220,6 +255,10 @@ public:
 private:
     void draw() {
         if (!drawsLine_ || json_) return;
+        if (listening_) {
+            drawListening();
+            return;
+        }
         std::string beats;
         for (int b = 0; b < state_.beats; ++b)
             beats += b == beat_ ? "● " : "○ ";
@@ -229,6 +268,17 @@ private:
                 clicks += s == subdivision_ ? "•" : "·";
         out_ << fmt::format("\r\x1b[2K  {:>3} BPM  {} {}   space: tap  +/-: tempo  q: quit",
                             state_.bpm, beats, clicks)
+             << std::flush;
+    }
+    void drawListening() {
+        // eight heights of block, from a quiet band to a full one
+        static constexpr const char* blocks[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+        std::string bars;
+        for (const float level : levels_)
+            bars += blocks[std::clamp(static_cast<int>(level * 8.0f), 0, 7)];
+        out_ << fmt::format(
+                    "\r\x1b[2K  {:>3} BPM  {}  {}   enter: play  s: stop listening  q: quit", bpm_,
+                    bars, message_)
              << std::flush;
     }
     void clearLine() {
@@ -241,6 +291,11 @@ private:
     metronome::MetronomeAttributes::ContentState state_;
     int beat_ = -1;
     int subdivision_ = 0;
+    bool listening_ = false;
+    std::string message_;
+    std::vector<float> levels_;
+    int bpm_ = 0;
+    std::tuple<std::string, std::optional<int>, int> lastSaid_;
 };
 
 /// While the status line is drawn, the program's diagnostic lines (tap timestamps,
@@ -320,11 +375,17 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
     TerminalSurface surface(out, options.json, interactive);
     DiagnosticsAboveStatus diagnostics(interactive);
     metronome::MetronomeAudioUnitManager manager(engine, audio::mainContext().get_executor());
+    metronome::DetectorListeningPort listeningPort;
     metronome::MetronomeController controller(store, preferences, manager,
                                               audio::mainContext().get_executor(),
-                                              {surface, surface, nullptr});
+                                              {surface, surface, &listeningPort});
     controller.setOnClick(
         [&surface](int beat, int subdivision) { surface.click(beat, subdivision); });
+    bool listenedOnce = false;
+    controller.setOnListeningChange([&] {
+        listenedOnce = listenedOnce || controller.isListeningForTempo();
+        surface.listening(controller);
+    });
     const InterruptGuard interrupts;
 
     controller.open();
@@ -347,8 +408,16 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
     const auto steady = static_cast<audio::FrameTime>(engine.sampleRate() * steadyAfter.count());
     runMainUntil([&] { return engine.renderedFrames() - started > steady; }, startTimeout);
 
-    if (!options.json && !interactive) out << "Metronome: " << describe(settings) << std::endl;
-    controller.setMetronomeOn(true);
+    // listening, asked here or by an intent on arrival, comes before the clicks
+    const bool listen = options.listen || controller.isListeningForTempo();
+    if (!options.json && !interactive)
+        out << (listen ? "Listening for the tempo, then: " : "Metronome: ") << describe(settings)
+            << std::endl;
+    if (listen) {
+        if (!controller.isListeningForTempo()) controller.startListening();
+    } else {
+        controller.setMetronomeOn(true);
+    }
     const auto deadline = options.seconds
                               ? std::chrono::steady_clock::now() +
                                     std::chrono::duration_cast<std::chrono::steady_clock::duration>(
@@ -356,13 +425,14 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
                               : std::chrono::steady_clock::time_point::max();
     bool quit = false;
     std::optional<std::string> failure;
-    runMainUntil([&] { return manager.audioUnit()->isProcessing(); }, 1s);
+    if (!listen) runMainUntil([&] { return manager.audioUnit()->isProcessing(); }, 1s);
     while (!quit && interrupted == 0 && std::chrono::steady_clock::now() < deadline) {
         runMain(10ms);
         // another process (an intent, `fretquill prefs set isMetronomeOn false`) may
-        // turn the switch off: the metronome follows it, and the run ends
+        // turn the switch off: the metronome follows it, and the run ends. A run that
+        // listens turns the switch itself, and ends only when told.
         store->pollExternalChanges();
-        if (!controller.isMetronomeOn()) {
+        if (!listen && !controller.isMetronomeOn()) {
             runMain(10ms);
             break;
         }
@@ -376,6 +446,12 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
                 controller.setTempo(controller.bpm() - tempoStep);
             else if (*key == 'q' || *key == 'Q')
                 quit = true;
+            else if (listen && (*key == '\n' || *key == '\r' || *key == 'p'))
+                controller.setMetronomeOn(true); // which ends listening
+            else if (listen && *key == 'l')
+                controller.startListening(); // which turns the clicks off
+            else if (listen && *key == 's')
+                controller.stopListening();
         }
         if (const auto event = engine.nextEvent(); event == audio::EngineEvent::outputStopped) {
             failure = "The audio output stopped";
@@ -387,6 +463,8 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
     controller.setMetronomeOn(false);
     runMainUntil([&] { return !manager.audioUnit()->isProcessing(); }, 1s);
     controller.close();
+    // let the audio session take the microphone back before the devices stop
+    if (listenedOnce) runMainUntil([] { return false; }, 300ms);
     engine.stop();
     diagnostics.flush();
     if (failure) throw CommandError(*failure);
@@ -485,6 +563,9 @@ void addMetronomeCommands(CLI::App& app, CommandContext& context) {
     command->add_option("--seconds", options->seconds, "How long to render, or to play")
         ->check(CLI::Range(0.001, 86400.0));
     command->add_flag("--json", options->json, "Print JSON (one line per click while playing)");
+    command->add_flag("--listen", options->listen,
+                      "Listen to the player first and take the tempo heard (enter: play the "
+                      "clicks, l: listen again, s: stop listening)");
     command->callback([&context, options, command] {
         if (!command->get_subcommands().empty()) return;
         *context.action = [&context, options] {

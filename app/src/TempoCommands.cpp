@@ -128,8 +128,7 @@ int detectFromFile(const std::string& file, bool fast, double duration, TempoPri
     const auto begin = std::chrono::steady_clock::now();
     const auto clock = [&](std::size_t frames) {
         const double seconds = static_cast<double>(frames) / audio.sampleRate;
-        if (!fast)
-            std::this_thread::sleep_until(begin + std::chrono::duration<double>(seconds));
+        if (!fast) std::this_thread::sleep_until(begin + std::chrono::duration<double>(seconds));
         scheduler.advanceTo(std::chrono::duration_cast<std::chrono::nanoseconds>(
             std::chrono::duration<double>(seconds)));
         runMain();
@@ -169,8 +168,8 @@ int detectLive(double duration, TempoPrinter& printer) {
     };
     const InterruptGuard interrupt;
     startDetector(detector, printer);
-    const auto limit = duration > 0 ? std::chrono::duration<double>(duration)
-                                    : std::chrono::duration<double>(24h);
+    const auto limit =
+        duration > 0 ? std::chrono::duration<double>(duration) : std::chrono::duration<double>(24h);
     runFor(limit, [&] {
         return g_tempoInterrupted != 0 || printer.last().kind == ListeningState::Kind::unavailable;
     });

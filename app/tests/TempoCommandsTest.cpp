@@ -41,8 +41,8 @@ fs::path writeBeats(double bpm, double seconds) {
         const auto start = static_cast<std::size_t>(t * rate);
         for (std::size_t i = 0; i < 6000 && start + i < audio.size(); ++i) {
             const double time = static_cast<double>(i) / rate;
-            audio[start + i] = static_cast<float>(
-                0.7 * std::exp(-time * 25) * std::sin(2 * std::numbers::pi * 70 * time));
+            audio[start + i] = static_cast<float>(0.7 * std::exp(-time * 25) *
+                                                  std::sin(2 * std::numbers::pi * 70 * time));
         }
     }
     const auto file = fs::temp_directory_path() / ("fq-tempo-" + std::to_string(getpid()) + ".wav");
@@ -70,11 +70,12 @@ TEST(DetectTempoCommand, AFileFedFastGivesStatesLevelsAndTheTempo) {
     ASSERT_EQ(result.status, 0) << result.err;
     const auto found = states(result);
     ASSERT_GE(found.size(), 4u);
-    EXPECT_EQ(found.front(), (nlohmann::json{{"state", "listening"},
-                                             {"message", "Listening for tempo"},
-                                             {"tempo", nullptr}}));
+    EXPECT_EQ(found.front(),
+              (nlohmann::json{
+                  {"state", "listening"}, {"message", "Listening for tempo"}, {"tempo", nullptr}}));
     EXPECT_EQ(found[1]["message"], "Listening for a steady beat");
-    EXPECT_EQ(found.back(), (nlohmann::json{{"state", "idle"}, {"message", ""}, {"tempo", nullptr}}));
+    EXPECT_EQ(found.back(),
+              (nlohmann::json{{"state", "idle"}, {"message", ""}, {"tempo", nullptr}}));
     const auto detected = std::find_if(found.begin(), found.end(),
                                        [](const auto& s) { return s["state"] == "detected"; });
     ASSERT_NE(detected, found.end());
@@ -118,6 +119,43 @@ TEST(DetectTempoCommand, HearsTheTempoOnALiveInput) {
     ASSERT_NE(detected, found.end()) << result.err;
     EXPECT_NEAR((*detected)["tempo"].get<int>(), 120, 2);
     EXPECT_EQ(found.back()["state"], "idle");
+}
+
+TEST(MetronomeListenCommand, TakesTheTempoItHearsAndStaysSilentMeanwhile) {
+    auto* server = PulseTestServer::shared();
+    if (!server->usable()) GTEST_SKIP() << server->whyUnusable();
+    const auto file = writeBeats(132, 13);
+    std::thread player([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        server->runClient({"paplay", file.string()});
+    });
+    const auto result =
+        run({"metronome", "--listen", "--bpm", "60", "--seconds", "13.5", "--json"});
+    player.join();
+    fs::remove(file);
+    ASSERT_EQ(result.status, 0) << result.err;
+    std::vector<nlohmann::json> heard;
+    for (const auto& line : result.lines) {
+        // listening and clicking exclude each other
+        EXPECT_FALSE(line.contains("beat")) << line;
+        if (line.contains("listening")) heard.push_back(line);
+    }
+    ASSERT_FALSE(heard.empty());
+    EXPECT_EQ(heard.front(), (nlohmann::json{{"listening", true},
+                                             {"message", "Listening for tempo"},
+                                             {"tempo", nullptr},
+                                             {"bpm", 60}}));
+    const auto detected = std::find_if(heard.begin(), heard.end(),
+                                       [](const auto& line) { return !line["tempo"].is_null(); });
+    ASSERT_NE(detected, heard.end()) << result.err;
+    EXPECT_NEAR((*detected)["tempo"].get<int>(), 132, 2);
+    EXPECT_EQ((*detected)["message"], "Detected " + (*detected)["tempo"].dump());
+    // the metronome follows each tempo heard; the end of the run ends listening
+    const auto lastHeard = std::find_if(heard.rbegin(), heard.rend(),
+                                        [](const auto& line) { return !line["tempo"].is_null(); });
+    EXPECT_EQ((*lastHeard)["bpm"], (*lastHeard)["tempo"]);
+    EXPECT_EQ(heard.back()["listening"], false);
+    EXPECT_EQ(heard.back()["bpm"], (*lastHeard)["tempo"]);
 }
 
 } // namespace

@@ -149,7 +149,7 @@ void MetronomeController::open() {
     ports_.status.setIdleTimerDisabled(true);
     if (personal::read(*store_, keys::shouldStartTempoDetectionFromAppIntent)) {
         report(personal::write(*store_, keys::shouldStartTempoDetectionFromAppIntent, false));
-        if (!isListeningForTempo_ && ports_.listening) ports_.listening->startListening();
+        if (!isListeningForTempo_) startListening();
     }
 }
 
@@ -271,18 +271,56 @@ void MetronomeController::metronomeOnChanged(bool on) {
 }
 
 void MetronomeController::stopListening() {
-    if (ports_.listening) ports_.listening->stopDetector();
+    if (ports_.listening) ports_.listening->stop();
+    clearListening();
+}
+
+void MetronomeController::clearListening() {
     isListeningForTempo_ = false;
     lastDetectedTempo_.reset();
     tempoEQLevels_.assign(config::tempoLevelBands, config::tempoLevelAtRest);
+    listeningChanged();
 }
 
-void MetronomeController::applyListeningState(bool listening, std::string message,
-                                              std::optional<int> detected,
-                                              bool keepsDetectedTempo) {
-    isListeningForTempo_ = listening;
-    tempoDetectionMessage_ = std::move(message);
-    if (!keepsDetectedTempo) lastDetectedTempo_ = detected;
+void MetronomeController::startListening() {
+    if (isListeningForTempo_) stopListening();
+    if (isMetronomeOn()) setMetronomeOn(false);
+    if (ports_.listening == nullptr) {
+        tempoDetectionMessage_ = config::tempoDetectionMissingMessage;
+        clearListening();
+        return;
+    }
+    // the detector may outlive this controller: late calls find it gone
+    const std::weak_ptr<bool> alive = alive_;
+    ports_.listening->start(
+        [this, alive](const ListeningState& state) {
+            if (const auto held = alive.lock(); held && *held) listeningStateChanged(state);
+        },
+        [this, alive](int tempo) {
+            if (const auto held = alive.lock(); !held || !*held) return;
+            setTempo(tempo);
+            listeningChanged();
+        },
+        [this, alive](const std::vector<float>& levels) {
+            if (const auto held = alive.lock(); !held || !*held) return;
+            tempoEQLevels_ = levels;
+            listeningChanged();
+        });
+}
+
+void MetronomeController::listeningStateChanged(const ListeningState& state) {
+    using Kind = ListeningState::Kind;
+    isListeningForTempo_ = state.kind == Kind::listening || state.kind == Kind::detected;
+    tempoDetectionMessage_ = state.text();
+    if (state.kind == Kind::detected)
+        lastDetectedTempo_ = state.tempo;
+    else if (state.kind != Kind::listening)
+        lastDetectedTempo_.reset();
+    listeningChanged();
+}
+
+void MetronomeController::listeningChanged() {
+    if (onListeningChange_) onListeningChange_();
 }
 
 void MetronomeController::handleTick(int beat, int subdivision) {

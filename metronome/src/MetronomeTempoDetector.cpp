@@ -140,10 +140,10 @@ tl::expected<void, TempoDetectionError> MetronomeTempoDetector::installTap() {
     }
     for (std::uint32_t slot = 0; slot < slots_.size(); ++slot)
         freeSlots_.push(slot);
-    input.installTap(config::tapBufferSize, [this](std::span<const float> samples,
-                                                   double sampleRate) noexcept {
-        tapped(samples, sampleRate);
-    });
+    input.installTap(config::tapBufferSize,
+                     [this](std::span<const float> samples, double sampleRate) noexcept {
+                         tapped(samples, sampleRate);
+                     });
     if (auto started = input.start(); !started) {
         // the caller fails with the one message there is for a failed start
         return tl::unexpected(TempoDetectionError::invalidInputFormat);
@@ -180,7 +180,7 @@ void MetronomeTempoDetector::scheduleDelivery(std::uint64_t generation) {
 void MetronomeTempoDetector::deliverTappedBuffers() {
     while (const auto tapped = tappedBuffers_.pop()) {
         const auto& slot = slots_[tapped->slot];
-        auto buffer = std::make_shared<PcmBuffer>();
+        auto buffer = std::make_shared<TempoBuffer>();
         buffer->samples.assign(slot.begin(), slot.begin() + tapped->frames);
         buffer->sampleRate = tapped->sampleRate;
         freeSlots_.push(tapped->slot);
@@ -198,8 +198,8 @@ void MetronomeTempoDetector::deliverTappedBuffers() {
 
 void MetronomeTempoDetector::sleepThenAnalyze(std::uint64_t generation) {
     if (!isCurrent(generation)) return;
-    analysisTask_->sleep = environment_.scheduler.after(
-        config::analysisPeriod, [weak = weak_from_this(), generation] {
+    analysisTask_->sleep =
+        environment_.scheduler.after(config::analysisPeriod, [weak = weak_from_this(), generation] {
             const auto self = weak.lock();
             if (!self || !self->isCurrent(generation)) return;
             self->analysisTask_->sleep.reset();
@@ -216,15 +216,15 @@ void MetronomeTempoDetector::analyzeOnce(std::uint64_t generation) {
         return;
     }
     // a private snapshot: capture goes on while the tracker runs
-    asio::post(environment_.analysis, [weak = weak_from_this(), generation,
-                                       tracker = &environment_.tracker, main = environment_.main,
-                                       window = capturedAudio_] {
-        auto result = tracker->analyze(window);
-        asio::post(main, [weak, generation, result = std::move(result)]() mutable {
-            if (const auto self = weak.lock())
-                self->analysisFinished(generation, std::move(result));
-        });
-    });
+    asio::post(environment_.analysis,
+               [weak = weak_from_this(), generation, tracker = &environment_.tracker,
+                main = environment_.main, window = capturedAudio_] {
+                   auto result = tracker->analyze(window);
+                   asio::post(main, [weak, generation, result = std::move(result)]() mutable {
+                       if (const auto self = weak.lock())
+                           self->analysisFinished(generation, std::move(result));
+                   });
+               });
 }
 
 void MetronomeTempoDetector::analysisFinished(std::uint64_t generation,

@@ -106,7 +106,8 @@ void TempoBufferInput::removeTap() {
 void TempoBufferInput::feed(std::span<const float> samples) {
     while (tap_ && !samples.empty()) {
         const auto count = std::min(samples.size(), bufferSize_ - pending_.size());
-        pending_.insert(pending_.end(), samples.begin(), samples.begin() + static_cast<long>(count));
+        pending_.insert(pending_.end(), samples.begin(),
+                        samples.begin() + static_cast<long>(count));
         samples = samples.subspan(count);
         if (pending_.size() == bufferSize_) {
             tap_(pending_, sampleRate_);
@@ -168,7 +169,7 @@ void ManualTempoScheduler::advanceTo(Duration when) {
 
 // Files.
 
-tl::expected<PcmBuffer, Error> readTempoAudioFile(const std::filesystem::path& file) {
+tl::expected<TempoBuffer, Error> readTempoAudioFile(const std::filesystem::path& file) {
     SF_INFO info{};
     SNDFILE* handle = sf_open(file.c_str(), SFM_READ, &info);
     if (handle == nullptr)
@@ -177,7 +178,7 @@ tl::expected<PcmBuffer, Error> readTempoAudioFile(const std::filesystem::path& f
     const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> closer(handle, sf_close);
     if (info.channels < 1 || info.samplerate <= 0)
         return tl::unexpected(Error{"The audio file " + file.string() + " has no audio"});
-    PcmBuffer audio;
+    TempoBuffer audio;
     audio.sampleRate = info.samplerate;
     std::vector<float> frames(4096 * static_cast<std::size_t>(info.channels));
     while (true) {

@@ -70,8 +70,13 @@ struct RecordingSurface final : StatusSurface, HapticsPort, TempoListeningPort {
     void endAll() override { calls.push_back("endAll"); }
     void setIdleTimerDisabled(bool disabled) override { idleTimerDisabled = disabled; }
     void impact(HapticStyle style) override { impacts.push_back(style); }
-    void startListening() override { calls.push_back("startListening"); }
-    void stopDetector() override { calls.push_back("stopDetector"); }
+    void start(ListeningCallbacks::StateCallback onState, ListeningCallbacks::TempoCallback,
+               ListeningCallbacks::LevelsCallback onLevels) override {
+        calls.push_back("start");
+        onState(ListeningState::listening("Listening for tempo"));
+        onLevels(std::vector<float>(24, 0.5f));
+    }
+    void stop() override { calls.push_back("stop"); }
 };
 
 class MetronomeControllerTest : public testing::Test {
@@ -199,8 +204,9 @@ TEST_F(MetronomeControllerTest, TheSwitchDrivesTheUnitListeningAndTheLiveActivit
     Diagnostics diagnostics;
     ASSERT_TRUE(personal::write(*store_, keys::isLaunchedUsingAppIntent, true));
     auto& controller = open();
-    controller.applyListeningState(true, "Listening for tempo", std::nullopt, true);
-    controller.setTempoEQLevels(std::vector<float>(24, 0.5f));
+    controller.startListening();
+    ASSERT_TRUE(controller.isListeningForTempo());
+    surface_.calls.clear();
 
     controller.setMetronomeOn(true);
     poll();
@@ -210,7 +216,7 @@ TEST_F(MetronomeControllerTest, TheSwitchDrivesTheUnitListeningAndTheLiveActivit
     EXPECT_EQ(controller.tempoEQLevels(), std::vector<float>(24, 0.08f));
     EXPECT_EQ(surface_.calls,
               (std::vector<std::string>{
-                  "stopDetector",
+                  "stop",
                   R"(request {"bpm":120,"beats":4,"subdivisions":1,"isMetronomeOn":true})"}));
     EXPECT_TRUE(diagnostics.contains("Live Activity started successfully"));
 

@@ -75,7 +75,7 @@ public:
 /// Scripted results; remembers the duration of every window it was given.
 class FakeTracker final : public BeatTracker {
 public:
-    tl::expected<MusicAnalysis, Error> analyze(std::span<const SharedPcmBuffer> buffers) override {
+    tl::expected<MusicAnalysis, Error> analyze(std::span<const SharedTempoBuffer> buffers) override {
         double duration = 0;
         for (const auto& buffer : buffers)
             duration += buffer->duration();

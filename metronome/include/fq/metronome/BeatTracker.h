@@ -13,7 +13,7 @@
 namespace fq::metronome {
 
 /// A read-only block of captured audio: the first channel of what the input gave.
-struct PcmBuffer {
+struct TempoBuffer {
     std::vector<float> samples;
     double sampleRate = 44100.0;
 
@@ -22,7 +22,7 @@ struct PcmBuffer {
         return sampleRate > 0 ? static_cast<double>(samples.size()) / sampleRate : 0.0;
     }
 };
-using SharedPcmBuffer = std::shared_ptr<const PcmBuffer>;
+using SharedTempoBuffer = std::shared_ptr<const TempoBuffer>;
 
 /// What rhythm analysis found: a tempo if it found one, and the beats it placed,
 /// in seconds from the first sample of the first buffer.
@@ -44,7 +44,7 @@ class BeatTracker {
 public:
     virtual ~BeatTracker() = default;
     virtual tl::expected<MusicAnalysis, Error>
-    analyze(std::span<const SharedPcmBuffer> buffers) = 0;
+    analyze(std::span<const SharedTempoBuffer> buffers) = 0;
 };
 
 namespace config {
@@ -70,6 +70,8 @@ struct AubioBeatTrackerOptions {
     bool correctOctave = true;
     /// Tempo from the median spacing of the beats (true) or aubio's own estimate.
     bool tempoFromBeatSpacing = true;
+    /// Analyses audio of 32 kHz and above at half its rate.
+    bool halveRate = true;
 };
 
 /// The program's beat tracker: aubio's `aubio_tempo` run over the whole window,
@@ -78,8 +80,7 @@ struct AubioBeatTrackerOptions {
 class AubioBeatTracker final : public BeatTracker {
 public:
     explicit AubioBeatTracker(AubioBeatTrackerOptions options = {});
-    tl::expected<MusicAnalysis, Error>
-    analyze(std::span<const SharedPcmBuffer> buffers) override;
+    tl::expected<MusicAnalysis, Error> analyze(std::span<const SharedTempoBuffer> buffers) override;
 
 private:
     AubioBeatTrackerOptions options_;

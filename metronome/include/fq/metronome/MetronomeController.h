@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fq/metronome/ListeningState.h"
 #include "fq/metronome/MetronomeAudioUnitManager.h"
 #include "fq/metronome/MetronomePresets.h"
 
@@ -28,6 +29,8 @@ inline constexpr std::chrono::duration<double> resetInterval{5.0};
 inline constexpr float screenFadeMs = 5;
 inline constexpr std::size_t tempoLevelBands = 24;
 inline constexpr float tempoLevelAtRest = 0.08f;
+/// What the screen shows, in place of listening, on a system without tempo detection.
+inline constexpr const char* tempoDetectionMissingMessage = "Requires iOS 27";
 } // namespace config
 
 /// The live activity's record.
@@ -71,18 +74,18 @@ public:
     virtual void impact(HapticStyle) {}
 };
 
-/// The listening side of the screen, which tempo detection provides. Listening and
-/// clicking exclude each other: turning the metronome on and closing the screen stop
-/// the detector through this port. Starting to listen, and what the detector reports
-/// (its state, tempo and level display), reach the controller through
-/// applyListeningState(), setTempo() and setTempoEQLevels().
+/// Tempo detection as the screen uses it: MetronomeTempoDetector behind an adapter
+/// (DetectorListeningPort), or a double in tests. A controller without one stands for
+/// a system that lacks the feature.
 class TempoListeningPort {
 public:
     virtual ~TempoListeningPort() = default;
-    /// Starts listening (turning the metronome off first), as an intent may ask on
-    /// arrival.
-    virtual void startListening() = 0;
-    virtual void stopDetector() = 0;
+    /// Main. Starts listening; the callbacks replace any earlier ones.
+    virtual void start(ListeningCallbacks::StateCallback onStateChange,
+                       ListeningCallbacks::TempoCallback onTempoDetected,
+                       ListeningCallbacks::LevelsCallback onLevelsUpdated) = 0;
+    /// Main. Ends listening; the state turns idle and the callbacks are forgotten.
+    virtual void stop() = 0;
 };
 
 /// The rules of the live activity: start, update and end with their messages.
@@ -122,7 +125,7 @@ public:
     struct Ports {
         StatusSurface& status;
         HapticsPort& haptics;
-        /// None until tempo detection is wired in.
+        /// None on a system without tempo detection.
         TempoListeningPort* listening = nullptr;
     };
 
@@ -167,13 +170,13 @@ public:
     tl::expected<void, Error> deletePreset(const core::Uuid& id);
     tl::expected<void, Error> clearPresets();
 
-    // What tempo detection reports (see TempoListeningPort).
+    // Listening for the tempo. Listening and clicking exclude each other.
 
-    /// `listening` and `detected` mean listening is on; a detected tempo is kept, an
-    /// unavailable or idle state forgets it, and a listening state leaves it be.
-    void applyListeningState(bool listening, std::string message, std::optional<int> detected,
-                             bool keepsDetectedTempo);
-    void setTempoEQLevels(std::vector<float> levels) { tempoEQLevels_ = std::move(levels); }
+    /// Turns the metronome off and starts the detector afresh; its tempo becomes the
+    /// metronome's, its state and level bands the screen's.
+    void startListening();
+    /// The "Stop listening" button: stops the detector and clears what it showed.
+    void stopListening();
 
     // The screen's state.
 
@@ -195,13 +198,20 @@ public:
     void setOnClick(std::function<void(int beat, int subdivision)> observer) {
         onClick_ = std::move(observer);
     }
+    /// Called on the main executor after each change of the listening state, the
+    /// message, the detected tempo, the level bands, or the tempo set from listening.
+    void setOnListeningChange(std::function<void()> observer) {
+        onListeningChange_ = std::move(observer);
+    }
 
 private:
     void readTempoAndPresets();
     void unitReady(MetronomeAudioUnit& unit);
     void handleTick(int beat, int subdivision);
     void metronomeOnChanged(bool on);
-    void stopListening();
+    void clearListening();
+    void listeningStateChanged(const ListeningState& state);
+    void listeningChanged();
     void writeParameter(MetronomeParameter MetronomeAudioUnit::*parameter, float value);
     void refreshLiveActivity();
 
@@ -228,6 +238,7 @@ private:
     bool parametersPushed_ = false;
     bool lastMetronomeOn_ = false;
     std::function<void(int, int)> onClick_;
+    std::function<void()> onListeningChange_;
 };
 
 } // namespace fq::metronome

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "fq/metronome/BeatTracker.h"
+#include "fq/metronome/ListeningState.h"
 #include "fq/metronome/TempoCapture.h"
 #include "fq/metronome/TempoLevels.h"
 
@@ -34,32 +35,6 @@ inline constexpr std::chrono::milliseconds tapDeliveryInterval{20};
 inline constexpr std::size_t tapBufferSlots = 32;
 } // namespace config
 
-/// What the detector shows.
-struct ListeningState {
-    enum class Kind : std::uint8_t { listening, detected, unavailable, idle };
-
-    Kind kind = Kind::idle;
-    std::string message; ///< listening and unavailable
-    int tempo = 0;       ///< detected
-
-    static ListeningState listening(std::string message) {
-        return {Kind::listening, std::move(message), 0};
-    }
-    static ListeningState detected(int tempo) { return {Kind::detected, {}, tempo}; }
-    static ListeningState unavailable(std::string message) {
-        return {Kind::unavailable, std::move(message), 0};
-    }
-    static ListeningState idle() { return {}; }
-
-    /// The text shown: the message, "Detected " and the tempo, or nothing when idle.
-    std::string text() const;
-
-    friend bool operator==(const ListeningState&, const ListeningState&) = default;
-};
-
-/// "listening", "detected", "unavailable" or "idle".
-std::string_view kindName(ListeningState::Kind kind);
-
 namespace detail {
 /// One tapped buffer on its way from the audio thread to the main executor.
 struct TappedBuffer {
@@ -85,9 +60,9 @@ int acceptedTempo(double beatsPerMinute);
 /// thread and hands a copy of each buffer over through a lock-free queue.
 class MetronomeTempoDetector : public std::enable_shared_from_this<MetronomeTempoDetector> {
 public:
-    using StateCallback = std::function<void(const ListeningState&)>;
-    using TempoCallback = std::function<void(int)>;
-    using LevelsCallback = std::function<void(const std::vector<float>&)>;
+    using StateCallback = ListeningCallbacks::StateCallback;
+    using TempoCallback = ListeningCallbacks::TempoCallback;
+    using LevelsCallback = ListeningCallbacks::LevelsCallback;
 
     /// What the detector runs on. Everything must outlive the detector.
     struct Environment {
@@ -149,7 +124,7 @@ private:
 
     Environment environment_;
     std::optional<AnalysisTask> analysisTask_;
-    std::vector<SharedPcmBuffer> capturedAudio_;
+    std::vector<SharedTempoBuffer> capturedAudio_;
     double capturedAudioDuration_ = 0;
     StateCallback onStateChange_;
     TempoCallback onTempoDetected_;

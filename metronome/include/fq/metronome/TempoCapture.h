@@ -169,6 +169,6 @@ private:
 };
 
 /// The first channel of an audio file, in any format libsndfile reads.
-tl::expected<PcmBuffer, Error> readTempoAudioFile(const std::filesystem::path& file);
+tl::expected<TempoBuffer, Error> readTempoAudioFile(const std::filesystem::path& file);
 
 } // namespace fq::metronome

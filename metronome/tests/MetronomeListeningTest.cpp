@@ -1,0 +1,272 @@
+// The metronome screen listening for the tempo: the controller's rules against a port
+// that records and replays, and once end to end through the real detector and aubio.
+
+#include "fq/metronome/DetectorListeningPort.h"
+
+#include <fq/audio/Timeline.h>
+#include <fq/personal/PreferenceKeys.h>
+
+#include <asio/io_context.hpp>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <numbers>
+
+namespace fq::metronome {
+namespace {
+
+namespace keys = personal::keys;
+using Kind = ListeningState::Kind;
+
+const std::vector<float> atRest(24, 0.08f);
+
+struct QuietSurface final : StatusSurface, HapticsPort {
+    bool areActivitiesEnabled() const override { return true; }
+    tl::expected<void, Error> request(const MetronomeAttributes&,
+                                      const MetronomeAttributes::ContentState&) override {
+        return {};
+    }
+    void update(const MetronomeAttributes&, const MetronomeAttributes::ContentState&) override {}
+    void end(const MetronomeAttributes&, const MetronomeAttributes::ContentState&) override {}
+    void endAll() override {}
+};
+
+/// Records what the controller asks, and lets the test speak as the detector.
+struct ScriptedPort final : TempoListeningPort {
+    void start(ListeningCallbacks::StateCallback state, ListeningCallbacks::TempoCallback tempo,
+               ListeningCallbacks::LevelsCallback levels) override {
+        calls.push_back("start");
+        onState = std::move(state);
+        onTempo = std::move(tempo);
+        onLevels = std::move(levels);
+    }
+    void stop() override {
+        calls.push_back("stop");
+        if (onState) onState(ListeningState::idle());
+        onState = nullptr;
+        onTempo = nullptr;
+        onLevels = nullptr;
+    }
+    /// As the detector reports a state, and a tempo with `detected`.
+    void report(const ListeningState& state) {
+        onState(state);
+        if (state.kind == Kind::detected) onTempo(state.tempo);
+    }
+
+    std::vector<std::string> calls;
+    ListeningCallbacks::StateCallback onState;
+    ListeningCallbacks::TempoCallback onTempo;
+    ListeningCallbacks::LevelsCallback onLevels;
+};
+
+class MetronomeListeningTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "fq-listening-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+        store_ = *personal::SharedStore::open(folder_ / "store.sqlite");
+        preferences_ = std::make_unique<personal::UserPreferences>(store_);
+        engine_.enableManualRenderingMode();
+        manager_ = std::make_unique<MetronomeAudioUnitManager>(engine_, main_.get_executor());
+    }
+    void TearDown() override {
+        controller_.reset();
+        manager_.reset();
+        preferences_.reset();
+        store_.reset();
+        std::filesystem::remove_all(folder_);
+    }
+    MetronomeController& open(TempoListeningPort* port) {
+        controller_ = std::make_unique<MetronomeController>(
+            store_, *preferences_, *manager_, main_.get_executor(),
+            MetronomeController::Ports{surface_, surface_, port});
+        controller_->setOnListeningChange([this] { ++listeningChanges_; });
+        controller_->open();
+        poll();
+        return *controller_;
+    }
+    void poll() {
+        main_.restart();
+        main_.poll();
+    }
+
+    std::filesystem::path folder_;
+    std::shared_ptr<personal::SharedStore> store_;
+    std::unique_ptr<personal::UserPreferences> preferences_;
+    audio::ManualTimeline timeline_;
+    audio::SharedAudioEngine engine_{timeline_};
+    asio::io_context main_;
+    QuietSurface surface_;
+    ScriptedPort port_;
+    std::unique_ptr<MetronomeAudioUnitManager> manager_;
+    std::unique_ptr<MetronomeController> controller_;
+    int listeningChanges_ = 0;
+};
+
+TEST_F(MetronomeListeningTest, EachStateSetsTheFlagTheMessageAndTheKeptTempo) {
+    struct Step {
+        ListeningState state;
+        bool listening;
+        std::string message;
+        std::optional<int> detected;
+        int bpm;
+    };
+    const std::vector<Step> steps{
+        {ListeningState::listening("Listening for a steady beat"), true,
+         "Listening for a steady beat", std::nullopt, 120},
+        {ListeningState::detected(97), true, "Detected 97", 97, 97},
+        // a pass without a result keeps the tempo found before
+        {ListeningState::listening("Listening for a clearer beat"), true,
+         "Listening for a clearer beat", 97, 97},
+        {ListeningState::detected(300), true, "Detected 300", 300, 300},
+        {ListeningState::unavailable("Microphone unavailable"), false, "Microphone unavailable",
+         std::nullopt, 300},
+        {ListeningState::listening("Listening for tempo"), true, "Listening for tempo",
+         std::nullopt, 300},
+        {ListeningState::detected(64), true, "Detected 64", 64, 64},
+        {ListeningState::idle(), false, "", std::nullopt, 64},
+    };
+    auto& controller = open(&port_);
+    controller.startListening();
+    for (const auto& step : steps) {
+        port_.report(step.state);
+        SCOPED_TRACE(step.message);
+        EXPECT_EQ(controller.isListeningForTempo(), step.listening);
+        EXPECT_EQ(controller.tempoDetectionMessage(), step.message);
+        EXPECT_EQ(controller.lastDetectedTempo(), step.detected);
+        EXPECT_EQ(controller.bpm(), step.bpm);
+    }
+    port_.onLevels(std::vector<float>(24, 0.4f));
+    EXPECT_EQ(controller.tempoEQLevels(), std::vector<float>(24, 0.4f));
+    EXPECT_GE(listeningChanges_, static_cast<int>(steps.size()) + 1);
+}
+
+TEST_F(MetronomeListeningTest, ListeningAndClickingExcludeEachOther) {
+    ASSERT_TRUE(personal::write(*store_, keys::isLaunchedUsingAppIntent, true));
+    auto& controller = open(&port_);
+    controller.setMetronomeOn(true);
+    poll();
+    ASSERT_TRUE(manager_->audioUnit()->isProcessing());
+
+    // starting to listen while clicking turns the metronome off first
+    controller.startListening();
+    port_.report(ListeningState::listening("Listening for tempo"));
+    poll();
+    EXPECT_FALSE(controller.isMetronomeOn());
+    EXPECT_FALSE(manager_->audioUnit()->isProcessing());
+    EXPECT_TRUE(controller.isListeningForTempo());
+
+    // starting again while listening stops the detector and clears first
+    port_.report(ListeningState::detected(88));
+    port_.onLevels(std::vector<float>(24, 0.7f));
+    port_.calls.clear();
+    controller.startListening();
+    EXPECT_EQ(port_.calls, (std::vector<std::string>{"stop", "start"}));
+    EXPECT_EQ(controller.lastDetectedTempo(), std::nullopt);
+    EXPECT_EQ(controller.tempoEQLevels(), atRest);
+
+    // turning the metronome on ends listening and clears the level display
+    port_.onLevels(std::vector<float>(24, 0.7f));
+    port_.calls.clear();
+    controller.setMetronomeOn(true);
+    poll();
+    EXPECT_EQ(port_.calls, std::vector<std::string>{"stop"});
+    EXPECT_FALSE(controller.isListeningForTempo());
+    EXPECT_EQ(controller.tempoEQLevels(), atRest);
+    EXPECT_TRUE(manager_->audioUnit()->isProcessing());
+    EXPECT_EQ(controller.bpm(), 88); // the heard tempo stays the metronome's
+
+    // "Stop listening" stops the detector and clears, and changes nothing else
+    controller.setMetronomeOn(false);
+    poll();
+    controller.startListening();
+    port_.report(ListeningState::detected(140));
+    port_.calls.clear();
+    controller.stopListening();
+    EXPECT_EQ(port_.calls, std::vector<std::string>{"stop"});
+    EXPECT_FALSE(controller.isListeningForTempo());
+    EXPECT_EQ(controller.lastDetectedTempo(), std::nullopt);
+    EXPECT_EQ(controller.bpm(), 140);
+    EXPECT_FALSE(controller.isMetronomeOn());
+}
+
+TEST_F(MetronomeListeningTest, WithoutTheFeatureListeningNeverStarts) {
+    ASSERT_TRUE(personal::write(*store_, keys::shouldStartTempoDetectionFromAppIntent, true));
+    auto& controller = open(nullptr);
+    // the intent's request is used up, and the screen says why nothing listens
+    EXPECT_FALSE(personal::read(*store_, keys::shouldStartTempoDetectionFromAppIntent));
+    EXPECT_EQ(controller.tempoDetectionMessage(), "Requires iOS 27");
+    EXPECT_FALSE(controller.isListeningForTempo());
+    EXPECT_EQ(controller.tempoEQLevels(), atRest);
+}
+
+TEST_F(MetronomeListeningTest, AnIntentStartsListeningOnArrivalOnce) {
+    ASSERT_TRUE(personal::write(*store_, keys::shouldStartTempoDetectionFromAppIntent, true));
+    auto& controller = open(&port_);
+    EXPECT_EQ(port_.calls, std::vector<std::string>{"start"});
+    EXPECT_FALSE(personal::read(*store_, keys::shouldStartTempoDetectionFromAppIntent));
+    controller.close();
+    EXPECT_EQ(port_.calls.back(), "stop");
+    // a detector that outlives the screen finds nobody to tell
+    port_.calls.clear();
+    controller.startListening();
+    auto onState = port_.onState;
+    controller_.reset();
+    onState(ListeningState::detected(100));
+}
+
+/// A thump on every beat: a falling low sine, as a kick drum or a palm-muted strum.
+std::vector<float> thumps(double bpm, double seconds, double rate) {
+    std::vector<float> audio(static_cast<std::size_t>(seconds * rate), 0.0f);
+    for (double t = 0.2; t < seconds; t += 60.0 / bpm) {
+        const auto start = static_cast<std::size_t>(t * rate);
+        for (std::size_t i = 0; i < 5000 && start + i < audio.size(); ++i) {
+            const double time = static_cast<double>(i) / rate;
+            audio[start + i] += static_cast<float>(0.6 * std::exp(-time * 30) *
+                                                   std::sin(2 * std::numbers::pi * 80 * time));
+        }
+    }
+    return audio;
+}
+
+TEST_F(MetronomeListeningTest, TheMetronomeTakesTheTempoTheDetectorHears) {
+    constexpr double rate = 44100;
+    ManualTempoScheduler scheduler;
+    OpenTempoCapture session;
+    TempoBufferInput input(rate);
+    AubioBeatTracker tracker;
+    const auto detector = MetronomeTempoDetector::create(
+        {main_.get_executor(), main_.get_executor(), scheduler, session, input, tracker});
+    DetectorListeningPort port(*detector);
+    auto& controller = open(&port);
+    controller.setTempo(60);
+    controller.startListening();
+    poll();
+    EXPECT_EQ(controller.tempoDetectionMessage(), "Listening for tempo");
+
+    const auto audio = thumps(104, 9.5, rate);
+    for (std::size_t done = 0; done < audio.size(); done += 512) {
+        const auto count = std::min<std::size_t>(512, audio.size() - done);
+        input.feed(std::span(audio).subspan(done, count));
+        scheduler.advanceTo(
+            std::chrono::nanoseconds(std::llround(static_cast<double>(done + count) / rate * 1e9)));
+        poll();
+    }
+    EXPECT_EQ(controller.tempoDetectionMessage(), "Detected 104");
+    EXPECT_EQ(controller.lastDetectedTempo(), 104);
+    EXPECT_EQ(controller.bpm(), 104);
+    EXPECT_TRUE(controller.isListeningForTempo());
+    EXPECT_NE(controller.tempoEQLevels(), atRest);
+
+    controller.stopListening();
+    EXPECT_FALSE(detector->isListening());
+    EXPECT_FALSE(input.hasTap());
+    EXPECT_EQ(controller.tempoEQLevels(), atRest);
+    EXPECT_EQ(controller.tempoDetectionMessage(), "");
+}
+
+} // namespace
+} // namespace fq::metronome

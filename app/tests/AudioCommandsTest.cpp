@@ -1,6 +1,6 @@
+#include "CliRun.h"
 #include "AudioTestSupport.h"
 #include "PulseTestServer.h"
-#include "fq/app/Cli.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -15,18 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using audio::testing::PulseTestServer;
-
-struct Run {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Run run(std::vector<const char*> arguments) {
-    std::ostringstream out, err;
-    const int status = runCli(arguments, out, err);
-    return {status, out.str(), err.str()};
-}
 
 struct Wav {
     int sampleRate = 0;

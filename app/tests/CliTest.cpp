@@ -1,4 +1,4 @@
-#include "fq/app/Cli.h"
+#include "CliRun.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -24,18 +24,6 @@ private:
     std::filesystem::path home_;
 };
 const auto* const temporaryHome = ::testing::AddGlobalTestEnvironment(new TemporaryHome);
-
-struct Run {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Run run(std::vector<const char*> arguments) {
-    std::ostringstream out, err;
-    const int status = runCli(arguments, out, err);
-    return {status, out.str(), err.str()};
-}
 
 TEST(CliTest, ChordShowPrintsTheDocumentedJson) {
     const auto result = run({"chord", "show", "C/E", "--json"});

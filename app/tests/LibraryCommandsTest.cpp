@@ -1,4 +1,4 @@
-#include "fq/app/Cli.h"
+#include "CliRun.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -15,25 +15,6 @@ extern char** environ;
 
 namespace fq::app {
 namespace {
-
-struct Run {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Run run(std::vector<const char*> arguments) {
-    std::ostringstream out, err;
-    const int status = runCli(arguments, out, err);
-    return {status, out.str(), err.str()};
-}
-
-nlohmann::ordered_json json(std::vector<const char*> arguments) {
-    arguments.push_back("--json");
-    const auto result = run(arguments);
-    EXPECT_EQ(result.status, 0) << result.err;
-    return nlohmann::ordered_json::parse(result.out);
-}
 
 TEST(LibraryCommandsTest, TuningsAreListedInTheirGroupsAndSearched) {
     const auto all = json({"tunings"});

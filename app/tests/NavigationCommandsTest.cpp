@@ -1,4 +1,4 @@
-#include "fq/app/Cli.h"
+#include "CliRun.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -11,18 +11,6 @@ namespace fq::app {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-struct Run {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Run run(std::vector<const char*> arguments) {
-    std::ostringstream out, err;
-    const int status = runCli(arguments, out, err);
-    return {status, out.str(), err.str()};
-}
 
 Json jsonOf(std::vector<const char*> arguments) {
     const auto result = run(std::move(arguments));

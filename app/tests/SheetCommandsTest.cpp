@@ -1,4 +1,4 @@
-#include "fq/app/Cli.h"
+#include "CliRun.h"
 
 #include <fq/scanner/SheetDocument.h>
 
@@ -20,46 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
-
-struct Run {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Run run(std::vector<const char*> arguments) {
-    std::ostringstream out, err;
-    const int status = runCli(arguments, out, err);
-    return {status, out.str(), err.str()};
-}
-
-Json json(std::vector<const char*> arguments) {
-    arguments.push_back("--json");
-    const auto result = run(arguments);
-    EXPECT_EQ(result.status, 0) << result.err;
-    return Json::parse(result.out.empty() ? "null" : result.out);
-}
-
-/// The real program, for what it tells as diagnostic lines on its standard error.
-Run program(const std::vector<std::string>& arguments) {
-    const auto folder = fs::path(std::getenv("FRETQUILL_HOME"));
-    std::string command = std::string("'") + FQ_FRETQUILL + "'";
-    for (const auto& argument : arguments)
-        command += " '" + argument + "'";
-    command += " >'" + (folder / "out").string() + "' 2>'" + (folder / "err").string() + "'";
-    const int status = std::system(command.c_str());
-    const auto read = [](const fs::path& file) {
-        std::ifstream in(file, std::ios::binary);
-        return std::string{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    };
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read(folder / "out"),
-            read(folder / "err")};
-}
-
-std::string bytesOf(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 class SheetCommandsTest : public ::testing::Test {
 protected:

@@ -1,4 +1,4 @@
-#include "fq/app/Cli.h"
+#include "CliRun.h"
 
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/TodayChordLibrary.h>
@@ -33,27 +33,6 @@ private:
     std::filesystem::path home_;
 };
 const auto* const theoryHome = ::testing::AddGlobalTestEnvironment(new TheoryHome);
-
-struct Run {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Run run(std::vector<const char*> arguments) {
-    std::ostringstream out, err;
-    const int status = runCli(arguments, out, err);
-    return {status, out.str(), err.str()};
-}
-
-nlohmann::ordered_json json(std::vector<const char*> arguments) {
-    arguments.push_back("--json");
-    const auto result = run(arguments);
-    EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 1)
-        << "one JSON document on one line";
-    return nlohmann::ordered_json::parse(result.out);
-}
 
 /// The store the program writes (in FRETQUILL_HOME), opened as another process would.
 std::shared_ptr<personal::SharedStore> programStore() {

@@ -1,5 +1,5 @@
+#include "CliRun.h"
 #include "PulseTestServer.h"
-#include "fq/app/Cli.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -17,18 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
-
-struct Run {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Run run(std::vector<const char*> arguments) {
-    std::ostringstream out, err;
-    const int status = runCli(arguments, out, err);
-    return {status, out.str(), err.str()};
-}
 
 std::vector<Json> jsonLines(const std::string& text) {
     std::vector<Json> lines;

@@ -21,76 +21,6 @@ tl::unexpected<Error> failure(std::string message) {
     return tl::unexpected(Error{std::move(message)});
 }
 
-/// Text a property list can carry back unchanged: whole UTF-8 and no NUL character.
-bool isCleanText(std::string_view text) {
-    const auto length = static_cast<std::int32_t>(text.size());
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-    for (std::int32_t offset = 0; offset < length;) {
-        UChar32 character = 0;
-        U8_NEXT(bytes, offset, length, character);
-        if (character <= 0) return false;
-    }
-    return true;
-}
-
-/// Reads one dictionary, naming the place of a failure ("pages[1].detectedChordBoxes[0]").
-class Fields {
-public:
-    Fields(const Json& json, std::string where) : json_(json), where_(std::move(where)) {}
-
-    tl::expected<const Json*, Error> value(std::string_view key) const {
-        if (!json_.is_object()) return failure(fmt::format("Expected a dictionary at {}", where_));
-        const auto found = json_.find(key);
-        if (found == json_.end())
-            return failure(fmt::format("Missing value for key: {} at {}", key, where_));
-        return &*found;
-    }
-    tl::expected<const Json*, Error> typed(std::string_view key, bool (Json::*is)() const noexcept,
-                                           std::string_view expected) const {
-        return value(key).and_then([&](const Json* found) -> tl::expected<const Json*, Error> {
-            if (!(found->*is)())
-                return failure(fmt::format("Type mismatch for key {} at {}: expected {}", key,
-                                           where_, expected));
-            return found;
-        });
-    }
-    tl::expected<std::string, Error> text(std::string_view key) const {
-        return typed(key, &Json::is_string, "text")
-            .and_then([&](const Json* found) -> tl::expected<std::string, Error> {
-                const auto& text = found->get_ref<const std::string&>();
-                if (!isCleanText(text))
-                    return failure(fmt::format("Invalid text for key {} at {}", key, where_));
-                return text;
-            });
-    }
-    tl::expected<core::Uuid, Error> uuid(std::string_view key) const {
-        return typed(key, &Json::is_string, "text")
-            .and_then([&](const Json* found) -> tl::expected<core::Uuid, Error> {
-                const auto& text = found->get_ref<const std::string&>();
-                if (auto id = core::Uuid::fromText(text)) return *id;
-                return failure(fmt::format("Invalid UUID string: {} at {}", text, where_));
-            });
-    }
-    const std::string& where() const { return where_; }
-
-private:
-    const Json& json_;
-    std::string where_;
-};
-
-tl::expected<core::Chord, Error> chordAt(const Json& json, const std::string& where) {
-    Fields fields(json, where);
-    for (const auto key : {"rootNote", "chordType", "variant"})
-        if (auto found = fields.value(key); !found) return tl::unexpected(found.error());
-    if (!json["variant"].is_number_integer())
-        return failure(
-            fmt::format("Type mismatch for key variant at {}: expected an integer", where));
-    if (auto type = fields.text("chordType"); !type) return tl::unexpected(type.error());
-    auto chord = core::chordFromJson(json);
-    if (!chord) return failure(fmt::format("{} at {}", chord.error().message, where));
-    return chord;
-}
-
 /// [[x, y], [width, height]]; a whole number stands for the same real.
 tl::expected<NormalizedRect, Error> rectAt(const Json& json, const std::string& where) {
     const auto pair = [&](const Json& item, double& first, double& second) {
@@ -110,13 +40,13 @@ tl::expected<NormalizedRect, Error> rectAt(const Json& json, const std::string& 
 }
 
 tl::expected<DetectedChordBox, Error> boxAt(const Json& json, const std::string& where) {
-    Fields fields(json, where);
+    const songmaker::DictionaryFields fields(json, where);
     DetectedChordBox box;
     auto id = fields.uuid("id");
     if (!id) return tl::unexpected(id.error());
     box.id = *id;
     auto chord = fields.value("chord").and_then(
-        [&](const Json* found) { return chordAt(*found, where + ".chord"); });
+        [&](const Json* found) { return songmaker::storedChord(*found, where + ".chord"); });
     if (!chord) return tl::unexpected(chord.error());
     box.chord = std::move(*chord);
     auto rect = fields.value("boundingBox").and_then([&](const Json* found) {
@@ -128,15 +58,15 @@ tl::expected<DetectedChordBox, Error> boxAt(const Json& json, const std::string&
 }
 
 tl::expected<FrtSheetPageData, Error> pageAt(const Json& json, const std::string& where) {
-    Fields fields(json, where);
+    const songmaker::DictionaryFields fields(json, where);
     FrtSheetPageData page;
     auto id = fields.uuid("id");
     if (!id) return tl::unexpected(id.error());
     page.id = *id;
-    auto image = fields.typed("image", &Json::is_binary, "data");
+    auto image = fields.data("image");
     if (!image) return tl::unexpected(image.error());
     page.image = (*image)->get_binary();
-    auto boxes = fields.typed("detectedChordBoxes", &Json::is_array, "an array");
+    auto boxes = fields.array("detectedChordBoxes");
     if (!boxes) return tl::unexpected(boxes.error());
     page.detectedChordBoxes.reserve((*boxes)->size());
     for (std::size_t index = 0; index < (*boxes)->size(); ++index) {
@@ -203,12 +133,12 @@ nlohmann::ordered_json toJson(const FrtSheetDocumentData& data) {
 
 tl::expected<FrtSheetDocumentData, Error> sheetDataFromJson(const Json& json) {
     try {
-        Fields fields(json, "the top level");
+        const songmaker::DictionaryFields fields(json, "the top level");
         FrtSheetDocumentData data;
-        auto title = fields.text("title");
+        auto title = fields.cleanText("title");
         if (!title) return tl::unexpected(title.error());
         data.title = std::move(*title);
-        auto pages = fields.typed("pages", &Json::is_array, "an array");
+        auto pages = fields.array("pages");
         if (!pages) return tl::unexpected(pages.error());
         data.pages.reserve((*pages)->size());
         for (std::size_t index = 0; index < (*pages)->size(); ++index) {

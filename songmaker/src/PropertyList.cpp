@@ -1,5 +1,6 @@
 #include "fq/songmaker/PropertyList.h"
 
+#include <fmt/format.h>
 #include <plist/plist.h>
 #include <unicode/utf8.h>
 
@@ -302,6 +303,80 @@ tl::expected<nlohmann::json, Error> decodePropertyList(std::string_view bytes) {
     if (!root) return failure("The data is not a property list");
     Plist owned(root);
     return fromPlist(root, 0);
+}
+
+DictionaryFields::DictionaryFields(const Json& json, std::string where)
+    : json_(json), where_(std::move(where)) {}
+
+tl::expected<const nlohmann::json*, Error> DictionaryFields::value(std::string_view key) const {
+    if (!json_.is_object()) return failure(fmt::format("Expected a dictionary at {}", where_));
+    const auto found = json_.find(key);
+    if (found == json_.end())
+        return failure(fmt::format("Missing value for key: {} at {}", key, where_));
+    return &*found;
+}
+
+tl::expected<const nlohmann::json*, Error>
+DictionaryFields::typed(std::string_view key, bool (Json::*is)() const noexcept,
+                        std::string_view expected) const {
+    return value(key).and_then([&](const Json* found) -> tl::expected<const Json*, Error> {
+        if (!(found->*is)())
+            return failure(
+                fmt::format("Type mismatch for key {} at {}: expected {}", key, where_, expected));
+        return found;
+    });
+}
+
+tl::expected<std::string, Error> DictionaryFields::text(std::string_view key) const {
+    return typed(key, &Json::is_string, "text").map([](const Json* found) {
+        return found->get<std::string>();
+    });
+}
+
+tl::expected<std::string, Error> DictionaryFields::cleanText(std::string_view key) const {
+    return text(key).and_then([&](std::string text) -> tl::expected<std::string, Error> {
+        if (!isValidUtf8(text) || text.find('\0') != std::string::npos)
+            return failure(fmt::format("Invalid text for key {} at {}", key, where_));
+        return text;
+    });
+}
+
+tl::expected<bool, Error> DictionaryFields::flag(std::string_view key) const {
+    return typed(key, &Json::is_boolean, "a boolean").map([](const Json* found) {
+        return found->get<bool>();
+    });
+}
+
+tl::expected<std::int64_t, Error> DictionaryFields::integer(std::string_view key) const {
+    return typed(key, &Json::is_number_integer, "an integer").map([](const Json* found) {
+        return found->get<std::int64_t>();
+    });
+}
+
+tl::expected<const nlohmann::json*, Error> DictionaryFields::array(std::string_view key) const {
+    return typed(key, &Json::is_array, "an array");
+}
+
+tl::expected<const nlohmann::json*, Error> DictionaryFields::data(std::string_view key) const {
+    return typed(key, &Json::is_binary, "data");
+}
+
+tl::expected<core::Uuid, Error> DictionaryFields::uuid(std::string_view key) const {
+    return text(key).and_then([&](const std::string& text) -> tl::expected<core::Uuid, Error> {
+        if (auto id = core::Uuid::fromText(text)) return *id;
+        return failure(fmt::format("Invalid UUID string: {} at {}", text, where_));
+    });
+}
+
+tl::expected<core::Chord, Error> storedChord(const nlohmann::json& json, const std::string& where) {
+    const DictionaryFields fields(json, where);
+    for (const auto key : {"rootNote", "chordType", "variant"})
+        if (auto found = fields.value(key); !found) return tl::unexpected(found.error());
+    if (auto variant = fields.integer("variant"); !variant) return tl::unexpected(variant.error());
+    if (auto type = fields.cleanText("chordType"); !type) return tl::unexpected(type.error());
+    auto chord = core::chordFromJson(json);
+    if (!chord) return failure(fmt::format("{} at {}", chord.error().message, where));
+    return chord;
 }
 
 } // namespace fq::songmaker

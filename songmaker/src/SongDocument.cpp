@@ -23,70 +23,6 @@ constexpr std::array<std::pair<SectionType, std::string_view>, 6> sectionWords{{
     {SectionType::other, "other"},
 }};
 
-/// Reads one dictionary, naming the place of a failure ("sections[2]").
-class Fields {
-public:
-    Fields(const Json& json, std::string where) : json_(json), where_(std::move(where)) {}
-
-    tl::expected<const Json*, Error> value(std::string_view key) const {
-        if (!json_.is_object())
-            return tl::unexpected(Error{fmt::format("Expected a dictionary at {}", where_)});
-        const auto found = json_.find(key);
-        if (found == json_.end())
-            return tl::unexpected(
-                Error{fmt::format("Missing value for key: {} at {}", key, where_)});
-        return &*found;
-    }
-
-    tl::expected<std::string, Error> text(std::string_view key) const {
-        return value(key).and_then([&](const Json* found) -> tl::expected<std::string, Error> {
-            if (!found->is_string()) return tl::unexpected(mismatch(key, "text"));
-            return found->get<std::string>();
-        });
-    }
-
-    tl::expected<bool, Error> flag(std::string_view key) const {
-        return value(key).and_then([&](const Json* found) -> tl::expected<bool, Error> {
-            if (!found->is_boolean()) return tl::unexpected(mismatch(key, "a boolean"));
-            return found->get<bool>();
-        });
-    }
-
-    tl::expected<std::int64_t, Error> integer(std::string_view key) const {
-        return value(key).and_then([&](const Json* found) -> tl::expected<std::int64_t, Error> {
-            if (!found->is_number_integer()) return tl::unexpected(mismatch(key, "an integer"));
-            return found->get<std::int64_t>();
-        });
-    }
-
-    tl::expected<const Json*, Error> array(std::string_view key) const {
-        return value(key).and_then([&](const Json* found) -> tl::expected<const Json*, Error> {
-            if (!found->is_array()) return tl::unexpected(mismatch(key, "an array"));
-            return found;
-        });
-    }
-
-    Error mismatch(std::string_view key, std::string_view expected) const {
-        return Error{
-            fmt::format("Type mismatch for key {} at {}: expected {}", key, where_, expected)};
-    }
-    const std::string& where() const { return where_; }
-
-private:
-    const Json& json_;
-    std::string where_;
-};
-
-/// A stored chord: unlike the looser chord form elsewhere, all three keys are required.
-tl::expected<core::Chord, Error> chordAt(const Json& json, const std::string& where) {
-    Fields fields(json, where);
-    for (const auto key : {"rootNote", "chordType", "variant"})
-        if (auto found = fields.value(key); !found) return tl::unexpected(found.error());
-    auto chord = core::chordFromJson(json);
-    if (!chord) return tl::unexpected(Error{fmt::format("{} at {}", chord.error().message, where)});
-    return chord;
-}
-
 #define FQ_TRY(target, expression)                                                                 \
     do {                                                                                           \
         auto result_ = (expression);                                                               \
@@ -95,20 +31,15 @@ tl::expected<core::Chord, Error> chordAt(const Json& json, const std::string& wh
     } while (false)
 
 tl::expected<SongSection, Error> sectionFromJson(const Json& json, const std::string& where) {
-    Fields fields(json, where);
+    const DictionaryFields fields(json, where);
     SongSection section;
-    std::string idText;
-    FQ_TRY(idText, fields.text("id"));
-    const auto id = core::Uuid::fromText(idText);
-    if (!id)
-        return tl::unexpected(Error{fmt::format("Invalid UUID string: {} at {}", idText, where)});
-    section.id = *id;
+    FQ_TRY(section.id, fields.uuid("id"));
     FQ_TRY(section.title, fields.text("title"));
     const Json* chords = nullptr;
     FQ_TRY(chords, fields.array("chords"));
     for (std::size_t index = 0; index < chords->size(); ++index) {
         core::Chord chord;
-        FQ_TRY(chord, chordAt((*chords)[index], fmt::format("{}.chords[{}]", where, index)));
+        FQ_TRY(chord, storedChord((*chords)[index], fmt::format("{}.chords[{}]", where, index)));
         section.chords.push_back(std::move(chord));
     }
     std::string type;
@@ -184,7 +115,7 @@ nlohmann::ordered_json toJson(const FrtQulDocumentData& data) {
 
 tl::expected<FrtQulDocumentData, Error> documentDataFromJson(const nlohmann::json& json) {
     try {
-        Fields fields(json, "the top level");
+        const DictionaryFields fields(json, "the top level");
         FrtQulDocumentData data;
         FQ_TRY(data.title, fields.text("title"));
         const Json* sections = nullptr;
@@ -197,7 +128,7 @@ tl::expected<FrtQulDocumentData, Error> documentDataFromJson(const nlohmann::jso
         }
         const Json* key = nullptr;
         FQ_TRY(key, fields.value("key"));
-        FQ_TRY(data.key, chordAt(*key, "key"));
+        FQ_TRY(data.key, storedChord(*key, "key"));
         FQ_TRY(data.bpm, fields.integer("bpm"));
         const Json* sequence = nullptr;
         FQ_TRY(sequence, fields.value("sequence"));

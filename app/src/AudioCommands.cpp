@@ -102,19 +102,6 @@ void render(const ChordSound& sound, const std::string& file) {
     valueOrThrow(audio::writeWav(file, audio, engine.sampleRate()));
 }
 
-/// Runs the main executor until `done` holds or `limit` has passed.
-template <typename Predicate>
-bool runMainUntil(Predicate done, std::chrono::milliseconds limit) {
-    auto& main = audio::mainContext();
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done() && std::chrono::steady_clock::now() < deadline) {
-        main.restart();
-        // with nothing to do the loop returns at once: wait a little instead of spinning
-        if (main.run_for(10ms) == 0) std::this_thread::sleep_for(10ms);
-    }
-    return done();
-}
-
 /// Plays through the audio session, as a tap on a shape does.
 void play(const ChordSound& sound) {
     const auto devices = valueOrThrow(audio::listAudioDevices());
@@ -130,16 +117,16 @@ void play(const ChordSound& sound) {
     // the newest request's completion runs after the guitar has resumed on the device
     bool ready = false;
     session.refreshPlaybackActivation(false, [&] { ready = true; });
-    if (!runMainUntil([&] { return ready; }, activationTimeout) || !guitar.isEngineRunning())
+    if (!audio::runMainUntil([&] { return ready; }, activationTimeout) || !guitar.isEngineRunning())
         throw CommandError("The audio output did not start");
     // A sound server may take the first blocks at once and then pause while it sets
     // up: a strum in that pause would lose its spacing. Wait until it plays steadily.
     auto& engine = audio::SharedAudioEngine::shared();
     const auto started = engine.renderedFrames();
     const auto steady = static_cast<audio::FrameTime>(engine.sampleRate() * steadyAfter.count());
-    runMainUntil([&] { return engine.renderedFrames() - started > steady; }, activationTimeout);
+    audio::runMainUntil([&] { return engine.renderedFrames() - started > steady; }, activationTimeout);
     guitar.playChord(sound.notes);
-    runMainUntil([] { return false; }, chordLength);
+    audio::runMainUntil([] { return false; }, chordLength);
     // going away as the shell does when nothing sounds: suspend, then let the device go
     guitar.stopAllNotes();
     session.setSceneActive(false);
@@ -147,7 +134,7 @@ void play(const ChordSound& sound) {
     bool released = false;
     session.applySessionActivity(false, audio::config::notifyOthersOnDeactivation,
                                  [&] { released = true; });
-    runMainUntil([&] { return released; }, activationTimeout);
+    audio::runMainUntil([&] { return released; }, activationTimeout);
 }
 
 Json devicesJson(const std::vector<audio::AudioDeviceInfo>& devices) {

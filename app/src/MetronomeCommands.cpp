@@ -343,21 +343,6 @@ private:
     long read_ = 0;
 };
 
-/// Runs the main executor for about `slice`.
-void runMain(std::chrono::milliseconds slice) {
-    auto& main = audio::mainContext();
-    main.restart();
-    if (main.run_for(slice) == 0) std::this_thread::sleep_for(slice);
-}
-
-template <typename Predicate>
-bool runMainUntil(Predicate done, std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done() && std::chrono::steady_clock::now() < deadline)
-        runMain(10ms);
-    return done();
-}
-
 void runLive(std::ostream& out, const MetronomeOptions& options) {
     const auto settings = settingsFor(options);
     const auto devices = valueOrThrow(audio::listAudioDevices());
@@ -396,7 +381,7 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
     controller.setSound(settings.sound);
     controller.setKeyIndex(settings.keyIndex);
     controller.setAccentFirstBeat(settings.accentFirstBeat);
-    if (!runMainUntil([&] { return manager.audioUnit() != nullptr && engine.isRunning(); },
+    if (!audio::runMainUntil([&] { return manager.audioUnit() != nullptr && engine.isRunning(); },
                       startTimeout)) {
         controller.close();
         throw CommandError(manager.audioUnit() == nullptr ? "The metronome could not be set up"
@@ -406,7 +391,7 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
     // up: clicks in that pause would stumble. Wait until it plays steadily.
     const auto started = engine.renderedFrames();
     const auto steady = static_cast<audio::FrameTime>(engine.sampleRate() * steadyAfter.count());
-    runMainUntil([&] { return engine.renderedFrames() - started > steady; }, startTimeout);
+    audio::runMainUntil([&] { return engine.renderedFrames() - started > steady; }, startTimeout);
 
     // listening, asked here or by an intent on arrival, comes before the clicks
     const bool listen = options.listen || controller.isListeningForTempo();
@@ -425,15 +410,15 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
                               : std::chrono::steady_clock::time_point::max();
     bool quit = false;
     std::optional<std::string> failure;
-    if (!listen) runMainUntil([&] { return manager.audioUnit()->isProcessing(); }, 1s);
+    if (!listen) audio::runMainUntil([&] { return manager.audioUnit()->isProcessing(); }, 1s);
     while (!quit && interrupted == 0 && std::chrono::steady_clock::now() < deadline) {
-        runMain(10ms);
+        audio::runMainFor(10ms);
         // another process (an intent, `fretquill prefs set isMetronomeOn false`) may
         // turn the switch off: the metronome follows it, and the run ends. A run that
         // listens turns the switch itself, and ends only when told.
         store->pollExternalChanges();
         if (!listen && !controller.isMetronomeOn()) {
-            runMain(10ms);
+            audio::runMainFor(10ms);
             break;
         }
         if (diagnostics.flush()) surface.redraw();
@@ -461,10 +446,10 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
     // killed or interrupted: the program ends as the app does when it is terminated
     if (interrupted != 0) controller.liveActivity().appWillTerminate();
     controller.setMetronomeOn(false);
-    runMainUntil([&] { return !manager.audioUnit()->isProcessing(); }, 1s);
+    audio::runMainUntil([&] { return !manager.audioUnit()->isProcessing(); }, 1s);
     controller.close();
     // let the audio session take the microphone back before the devices stop
-    if (listenedOnce) runMainUntil([] { return false; }, 300ms);
+    if (listenedOnce) audio::runMainUntil([] { return false; }, 300ms);
     engine.stop();
     diagnostics.flush();
     if (failure) throw CommandError(*failure);

@@ -158,25 +158,21 @@ int detectFromFile(const std::string& file, bool fast, double duration, TempoPri
 /// The microphone, through the audio session, until Ctrl-C or the duration.
 int detectLive(double duration, TempoPrinter& printer) {
     auto& detector = MetronomeTempoDetector::shared();
-    auto& main = audio::mainContext();
-    const auto runFor = [&](auto limit, auto done) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (!done() && std::chrono::steady_clock::now() < deadline) {
-            main.restart();
-            if (main.run_for(10ms) == 0) std::this_thread::sleep_for(10ms);
-        }
-    };
     const InterruptGuard interrupt;
     startDetector(detector, printer);
-    const auto limit =
-        duration > 0 ? std::chrono::duration<double>(duration) : std::chrono::duration<double>(24h);
-    runFor(limit, [&] {
-        return g_tempoInterrupted != 0 || printer.last().kind == ListeningState::Kind::unavailable;
-    });
+    const auto limit = duration > 0 ? std::chrono::duration_cast<std::chrono::milliseconds>(
+                                          std::chrono::duration<double>(duration))
+                                    : std::chrono::milliseconds(24h);
+    audio::runMainUntil(
+        [&] {
+            return g_tempoInterrupted != 0 ||
+                   printer.last().kind == ListeningState::Kind::unavailable;
+        },
+        limit);
     const bool unavailable = printer.last().kind == ListeningState::Kind::unavailable;
     detector.stop();
     // let the session give the devices back before the program ends
-    runFor(2s, [] { return false; });
+    audio::runMainUntil([] { return false; }, 2s);
     if (unavailable) throw CommandError(printer.last().text());
     return 0;
 }

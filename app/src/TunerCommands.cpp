@@ -57,17 +57,6 @@ private:
     void (*previous_)(int);
 };
 
-template <typename Predicate>
-bool runMainUntil(Predicate done, std::chrono::milliseconds limit) {
-    auto& main = audio::mainContext();
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done() && std::chrono::steady_clock::now() < deadline) {
-        main.restart();
-        if (main.run_for(10ms) == 0) std::this_thread::sleep_for(10ms);
-    }
-    return done();
-}
-
 /// A path, or the name of a file in the documents folder.
 std::filesystem::path resolveFile(const std::string& text) {
     std::filesystem::path file(text);
@@ -185,7 +174,7 @@ void releaseSession(audio::AudioSessionManager& session) {
     bool released = false;
     session.applySessionActivity(false, audio::config::notifyOthersOnDeactivation,
                                  [&] { released = true; });
-    runMainUntil([&] { return released; }, activationTimeout);
+    audio::runMainUntil([&] { return released; }, activationTimeout);
 }
 
 void tuneLive(double duration, bool json, std::ostream& out) {
@@ -210,7 +199,7 @@ void tuneLive(double duration, bool json, std::ostream& out) {
     const InterruptGuard interrupt;
     session.sceneDidBecomeActive();
     recognizer->start();
-    if (!runMainUntil([&] { return handler->isPatchOpened() || handler->patchError(); },
+    if (!audio::runMainUntil([&] { return handler->isPatchOpened() || handler->patchError(); },
                       activationTimeout) ||
         handler->patchError()) {
         recognizer->stop();
@@ -221,12 +210,12 @@ void tuneLive(double duration, bool json, std::ostream& out) {
     const auto limit = duration > 0 ? std::chrono::duration_cast<std::chrono::milliseconds>(
                                           std::chrono::duration<double>(duration))
                                     : std::chrono::milliseconds::max() / 2;
-    runMainUntil([] { return g_interrupted != 0; }, limit);
+    audio::runMainUntil([] { return g_interrupted != 0; }, limit);
 
     recognizer->stop();
     bool tornDown = false;
     recognizer->tearDown([&] { tornDown = true; });
-    runMainUntil([&] { return tornDown; }, activationTimeout);
+    audio::runMainUntil([&] { return tornDown; }, activationTimeout);
     releaseSession(session);
     printer.end();
 }
@@ -295,11 +284,11 @@ void playTones(std::span<const int> notes) {
     session.sceneDidBecomeActive();
     bool ready = false;
     session.refreshPlaybackActivation(false, [&] { ready = true; });
-    if (!runMainUntil([&] { return ready; }, activationTimeout) || !guitar.isEngineRunning())
+    if (!audio::runMainUntil([&] { return ready; }, activationTimeout) || !guitar.isEngineRunning())
         throw CommandError("The audio output did not start");
     for (std::size_t i = 0; i < notes.size(); ++i) {
         guitar.playChord(notes.subspan(i, 1));
-        runMainUntil([] { return false; }, soundingTime(i, notes.size()));
+        audio::runMainUntil([] { return false; }, soundingTime(i, notes.size()));
     }
     guitar.stopAllNotes();
     releaseSession(session);

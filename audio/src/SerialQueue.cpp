@@ -22,4 +22,17 @@ asio::io_context& mainContext() {
     return context;
 }
 
+void runMainFor(std::chrono::milliseconds slice) {
+    auto& main = mainContext();
+    main.restart();
+    if (main.run_for(slice) == 0) std::this_thread::sleep_for(slice);
+}
+
+bool runMainUntil(const std::function<bool()>& done, std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!done() && std::chrono::steady_clock::now() < deadline)
+        runMainFor(std::chrono::milliseconds(10));
+    return done();
+}
+
 } // namespace fq::audio

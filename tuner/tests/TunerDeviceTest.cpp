@@ -24,17 +24,6 @@ using namespace std::chrono_literals;
 using audio::testing::PulseTestServer;
 namespace fs = std::filesystem;
 
-template <typename Predicate>
-bool runMainUntil(Predicate done, std::chrono::milliseconds limit) {
-    auto& main = audio::mainContext();
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done() && std::chrono::steady_clock::now() < deadline) {
-        main.restart();
-        if (main.run_for(10ms) == 0) std::this_thread::sleep_for(5ms);
-    }
-    return done();
-}
-
 TEST(TunerOnADevice, TheGuitarsA2IsShownInTune) {
     auto* server = PulseTestServer::shared();
     if (!server->usable())
@@ -64,31 +53,31 @@ TEST(TunerOnADevice, TheGuitarsA2IsShownInTune) {
     session.sceneDidBecomeActive();
     recognizer->start();
     ASSERT_TRUE(
-        runMainUntil([&] { return handler->isPatchOpened() || handler->patchError(); }, 10s));
+        audio::runMainUntil([&] { return handler->isPatchOpened() || handler->patchError(); }, 10s));
     ASSERT_TRUE(handler->isPatchOpened());
     bool ready = false;
     session.refreshPlaybackActivation(false, [&] { ready = true; });
-    ASSERT_TRUE(runMainUntil([&] { return ready; }, 10s));
+    ASSERT_TRUE(audio::runMainUntil([&] { return ready; }, 10s));
     ASSERT_TRUE(guitar.isEngineRunning());
     // let the server settle into a steady pace before the note
-    runMainUntil([] { return false; }, 300ms);
+    audio::runMainUntil([] { return false; }, 300ms);
     EXPECT_TRUE(heard.empty()) << "the null sink is silent until the guitar plays";
 
     const int a2[] = {45};
     guitar.playChord(a2);
-    runMainUntil([] { return false; }, 2000ms);
+    audio::runMainUntil([] { return false; }, 2000ms);
     guitar.stopAllNotes();
 
     recognizer->stop();
     bool tornDown = false;
     recognizer->tearDown([&] { tornDown = true; });
-    runMainUntil([&] { return tornDown; }, 5s);
+    audio::runMainUntil([&] { return tornDown; }, 5s);
     session.setSceneActive(false);
     guitar.suspendForBackground();
     bool released = false;
     session.applySessionActivity(false, audio::config::notifyOthersOnDeactivation,
                                  [&] { released = true; });
-    runMainUntil([&] { return released; }, 5s);
+    audio::runMainUntil([&] { return released; }, 5s);
     fs::remove_all(cache);
 
     ASSERT_FALSE(heard.empty()) << "nothing reached the tuner";

@@ -4,6 +4,8 @@
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 
+#include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -33,5 +35,11 @@ private:
 /// The program's main thread as an executor: the command runs it, and everything
 /// that the audio session and its observers own is touched only there.
 asio::io_context& mainContext();
+
+/// Runs the main executor for about `slice`, sleeping instead when it has nothing to do.
+void runMainFor(std::chrono::milliseconds slice);
+
+/// Runs the main executor until `done` holds or `limit` has passed; tells whether it holds.
+bool runMainUntil(const std::function<bool()>& done, std::chrono::milliseconds limit);
 
 } // namespace fq::audio

@@ -1,13 +1,10 @@
-// The control layer on a real store, the real manager and unit, an offline engine and
-// a main executor driven by hand.
+// The control layer's rules: tempo, taps, the switch, the live activity, presets.
 
-#include "fq/metronome/MetronomeController.h"
+#include "ControllerFixture.h"
 
-#include <fq/audio/Timeline.h>
 #include <fq/core/Diagnostics.h>
 #include <fq/personal/PreferenceKeys.h>
 
-#include <asio/io_context.hpp>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -79,39 +76,15 @@ struct RecordingSurface final : StatusSurface, HapticsPort, TempoListeningPort {
     void stop() override { calls.push_back("stop"); }
 };
 
-class MetronomeControllerTest : public testing::Test {
+class MetronomeControllerTest : public ControllerFixture {
 protected:
-    void SetUp() override {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "fq-metronome-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        store_ = *personal::SharedStore::open(folder_ / "store.sqlite");
-        preferences_ = std::make_unique<personal::UserPreferences>(store_);
-        engine_.enableManualRenderingMode();
-        manager_ = std::make_unique<MetronomeAudioUnitManager>(engine_, main_.get_executor());
-    }
-    void TearDown() override {
-        controller_.reset();
-        manager_.reset();
-        preferences_.reset();
-        store_.reset();
-        std::filesystem::remove_all(folder_);
-    }
     MetronomeController& open() {
-        controller_ = std::make_unique<MetronomeController>(
-            store_, *preferences_, *manager_, main_.get_executor(),
-            MetronomeController::Ports{surface_, surface_, &surface_});
-        controller_->open();
+        auto& controller = openWith({surface_, surface_, &surface_});
+        controller.open();
         poll();
-        return *controller_;
+        return controller;
     }
     MetronomeAudioUnit& unit() { return *manager_->audioUnit(); }
-    /// Runs what is due on the main executor (which stops whenever it runs out of work).
-    void poll() {
-        main_.restart();
-        main_.poll();
-    }
     /// Renders offline, then lets the main executor take the clicks.
     void render(std::size_t frames) {
         std::vector<float> left(frames), right(frames);
@@ -120,15 +93,7 @@ protected:
         poll();
     }
 
-    std::filesystem::path folder_;
-    std::shared_ptr<personal::SharedStore> store_;
-    std::unique_ptr<personal::UserPreferences> preferences_;
-    audio::ManualTimeline timeline_;
-    audio::SharedAudioEngine engine_{timeline_};
-    asio::io_context main_;
     RecordingSurface surface_;
-    std::unique_ptr<MetronomeAudioUnitManager> manager_;
-    std::unique_ptr<MetronomeController> controller_;
 };
 
 TEST_F(MetronomeControllerTest, TempoIsLimitedAndReachesTheUnitInAMainTask) {

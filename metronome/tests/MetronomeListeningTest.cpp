@@ -1,12 +1,11 @@
 // The metronome screen listening for the tempo: the controller's rules against a port
 // that records and replays, and once end to end through the real detector and aubio.
 
+#include "ControllerFixture.h"
 #include "fq/metronome/DetectorListeningPort.h"
 
-#include <fq/audio/Timeline.h>
 #include <fq/personal/PreferenceKeys.h>
 
-#include <asio/io_context.hpp>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -60,49 +59,18 @@ struct ScriptedPort final : TempoListeningPort {
     ListeningCallbacks::LevelsCallback onLevels;
 };
 
-class MetronomeListeningTest : public testing::Test {
+class MetronomeListeningTest : public ControllerFixture {
 protected:
-    void SetUp() override {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "fq-listening-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        store_ = *personal::SharedStore::open(folder_ / "store.sqlite");
-        preferences_ = std::make_unique<personal::UserPreferences>(store_);
-        engine_.enableManualRenderingMode();
-        manager_ = std::make_unique<MetronomeAudioUnitManager>(engine_, main_.get_executor());
-    }
-    void TearDown() override {
-        controller_.reset();
-        manager_.reset();
-        preferences_.reset();
-        store_.reset();
-        std::filesystem::remove_all(folder_);
-    }
     MetronomeController& open(TempoListeningPort* port) {
-        controller_ = std::make_unique<MetronomeController>(
-            store_, *preferences_, *manager_, main_.get_executor(),
-            MetronomeController::Ports{surface_, surface_, port});
-        controller_->setOnListeningChange([this] { ++listeningChanges_; });
-        controller_->open();
+        auto& controller = openWith({surface_, surface_, port});
+        controller.setOnListeningChange([this] { ++listeningChanges_; });
+        controller.open();
         poll();
-        return *controller_;
-    }
-    void poll() {
-        main_.restart();
-        main_.poll();
+        return controller;
     }
 
-    std::filesystem::path folder_;
-    std::shared_ptr<personal::SharedStore> store_;
-    std::unique_ptr<personal::UserPreferences> preferences_;
-    audio::ManualTimeline timeline_;
-    audio::SharedAudioEngine engine_{timeline_};
-    asio::io_context main_;
     QuietSurface surface_;
     ScriptedPort port_;
-    std::unique_ptr<MetronomeAudioUnitManager> manager_;
-    std::unique_ptr<MetronomeController> controller_;
     int listeningChanges_ = 0;
 };
 

@@ -2,6 +2,7 @@
 
 #include "fq/core/Diagnostics.h"
 
+#include <fq/core/CapturedDiagnostics.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -12,27 +13,6 @@ namespace {
 
 namespace P = ChordProgressions;
 using N = Note;
-
-/// Collects the diagnostic lines printed while it lives.
-class DiagnosticCapture {
-public:
-    DiagnosticCapture() : file_(std::tmpfile()) { setDiagnosticStream(file_); }
-    ~DiagnosticCapture() {
-        setDiagnosticStream(stdout);
-        std::fclose(file_);
-    }
-    std::string text() const {
-        std::fflush(file_);
-        std::rewind(file_);
-        std::string result;
-        for (int c; (c = std::fgetc(file_)) != EOF;)
-            result += static_cast<char>(c);
-        return result;
-    }
-
-private:
-    std::FILE* file_;
-};
 
 std::vector<Chord> triads(std::initializer_list<std::pair<Note, const char*>> chords) {
     std::vector<Chord> result;
@@ -108,7 +88,7 @@ TEST(ChordProgressionsTest, RomanValues) {
     for (const auto& [numeral, value] : rows)
         EXPECT_EQ(P::romanValue(numeral), value) << numeral;
 
-    const DiagnosticCapture capture;
+    const CapturedDiagnostics capture;
     EXPECT_EQ(P::romanValue("IQ"), 0);
     EXPECT_EQ(P::romanValue("♭V"), 0);
     EXPECT_EQ(capture.text(),

@@ -4,6 +4,8 @@
 #include "fq/core/ChordPositions.h"
 #include "fq/core/Diagnostics.h"
 
+#include <fq/core/CapturedDiagnostics.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -281,18 +283,14 @@ TEST_F(ScheduleTest, SchedulingTwiceReplacesAndFailuresAreSurvived) {
 
     MemoryCenter refusing;
     refusing.refused.insert("chordOfTheDay_advanced_2025_3_30");
-    std::FILE* log = std::tmpfile();
-    setDiagnosticStream(log);
+    const CapturedDiagnostics diagnostics;
     const auto added = library_->scheduleNotifications(ChordCategory::advanced, 1, refusing, now,
                                                        random_.function());
-    setDiagnosticStream(stdout);
     EXPECT_EQ(added.size(), 30u);
     EXPECT_EQ(refusing.requests.back().identifier, "chordOfTheDay_advanced_2025_3_31");
-    std::rewind(log);
-    char line[200]{};
-    ASSERT_NE(std::fgets(line, sizeof line, log), nullptr);
-    EXPECT_STREQ(line, "Notification scheduling failed for 2025-03-30 08:07:33: disk full\n");
-    std::fclose(log);
+    EXPECT_EQ(diagnostics.lines(),
+              std::vector<std::string>{
+                  "Notification scheduling failed for 2025-03-30 08:07:33: disk full"});
 }
 
 TEST(TodayChordRandomTest, SystemDrawsStayInRange) {

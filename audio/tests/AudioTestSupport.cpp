@@ -13,35 +13,6 @@
 
 namespace fq::audio::testing {
 
-DiagnosticCapture::DiagnosticCapture() : file_(std::tmpfile()) {
-    setDiagnosticStream(file_);
-}
-
-DiagnosticCapture::~DiagnosticCapture() {
-    setDiagnosticStream(stdout);
-    std::fclose(file_);
-}
-
-std::vector<std::string> DiagnosticCapture::lines() const {
-    std::fflush(file_);
-    std::rewind(file_);
-    std::vector<std::string> result;
-    std::string line;
-    for (int c = std::fgetc(file_); c != EOF; c = std::fgetc(file_)) {
-        if (c == '\n')
-            result.push_back(std::exchange(line, {}));
-        else
-            line.push_back(static_cast<char>(c));
-    }
-    std::fseek(file_, 0, SEEK_END);
-    return result;
-}
-
-bool DiagnosticCapture::contains(const std::string& line) const {
-    const auto all = lines();
-    return std::find(all.begin(), all.end(), line) != all.end();
-}
-
 double rms(std::span<const float> samples) {
     if (samples.empty()) return 0;
     double sum = 0;

@@ -3,6 +3,8 @@
 // What the audio tests share: captured diagnostic lines, and an independent way to
 // find where each note of a strum begins in rendered or recorded audio.
 
+#include <fq/core/CapturedDiagnostics.h>
+
 #include <cstdio>
 #include <span>
 #include <string>
@@ -10,20 +12,7 @@
 
 namespace fq::audio::testing {
 
-/// Collects fq::diagnostic lines for the lifetime of the object.
-class DiagnosticCapture {
-public:
-    DiagnosticCapture();
-    ~DiagnosticCapture();
-    DiagnosticCapture(const DiagnosticCapture&) = delete;
-    DiagnosticCapture& operator=(const DiagnosticCapture&) = delete;
-
-    std::vector<std::string> lines() const;
-    bool contains(const std::string& line) const;
-
-private:
-    std::FILE* file_;
-};
+using DiagnosticCapture = CapturedDiagnostics;
 
 double rms(std::span<const float> samples);
 

@@ -2,6 +2,7 @@
 
 #include "ControllerFixture.h"
 
+#include <fq/core/CapturedDiagnostics.h>
 #include <fq/core/Diagnostics.h>
 #include <fq/personal/PreferenceKeys.h>
 
@@ -15,33 +16,6 @@ namespace {
 
 namespace keys = personal::keys;
 using namespace std::chrono_literals;
-
-class Diagnostics {
-public:
-    Diagnostics() : file_(std::tmpfile()) { setDiagnosticStream(file_); }
-    ~Diagnostics() {
-        setDiagnosticStream(stdout);
-        std::fclose(file_);
-    }
-    std::vector<std::string> lines() const {
-        std::fflush(file_);
-        std::rewind(file_);
-        std::vector<std::string> result;
-        for (char line[4096]; std::fgets(line, sizeof line, file_);) {
-            std::string text = line;
-            if (!text.empty() && text.back() == '\n') text.pop_back();
-            result.push_back(text);
-        }
-        return result;
-    }
-    bool contains(const std::string& line) const {
-        const auto all = lines();
-        return std::find(all.begin(), all.end(), line) != all.end();
-    }
-
-private:
-    std::FILE* file_;
-};
 
 struct RecordingSurface final : StatusSurface, HapticsPort, TempoListeningPort {
     bool enabled = true;
@@ -109,7 +83,7 @@ TEST_F(MetronomeControllerTest, TempoIsLimitedAndReachesTheUnitInAMainTask) {
 }
 
 TEST_F(MetronomeControllerTest, TapTempo) {
-    Diagnostics diagnostics;
+    CapturedDiagnostics diagnostics;
     auto& controller = open();
     const auto t0 = MetronomeController::Clock::time_point{} + 1'700'000'000s;
     controller.tap(t0);
@@ -166,7 +140,7 @@ TEST_F(MetronomeControllerTest, PushesTheSettingsWhenTheUnitArrives) {
 }
 
 TEST_F(MetronomeControllerTest, TheSwitchDrivesTheUnitListeningAndTheLiveActivity) {
-    Diagnostics diagnostics;
+    CapturedDiagnostics diagnostics;
     ASSERT_TRUE(personal::write(*store_, keys::isLaunchedUsingAppIntent, true));
     auto& controller = open();
     controller.startListening();
@@ -301,7 +275,7 @@ TEST_F(MetronomeControllerTest, PresetsAreStoredWithExactlyFiveKeys) {
 }
 
 TEST_F(MetronomeControllerTest, TheManagerReportsAMissingClickAndStartsOnlyOnce) {
-    Diagnostics diagnostics;
+    CapturedDiagnostics diagnostics;
     MetronomeAudioUnitManager broken(engine_, main_.get_executor(), [](std::string_view name) {
         return name == "tick" ? embeddedClick(name) : std::nullopt;
     });

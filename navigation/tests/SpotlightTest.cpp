@@ -2,6 +2,7 @@
 #include "fq/navigation/LinkHandler.h"
 #include "fq/navigation/SpotlightIndexer.h"
 
+#include <fq/core/CapturedDiagnostics.h>
 #include <fq/core/Diagnostics.h>
 #include <fq/personal/PreferenceKeys.h>
 
@@ -158,27 +159,6 @@ struct RecordingIndex : SearchIndex {
         batches.push_back(items.size());
         return {};
     }
-};
-
-/// Diagnostic lines written while it lives.
-class CapturedDiagnostics {
-public:
-    CapturedDiagnostics() : file_(std::tmpfile()) { setDiagnosticStream(file_); }
-    ~CapturedDiagnostics() {
-        setDiagnosticStream(stdout);
-        std::fclose(file_);
-    }
-    std::string text() {
-        std::fflush(file_);
-        std::rewind(file_);
-        std::string result;
-        for (int c; (c = std::fgetc(file_)) != EOF;)
-            result += static_cast<char>(c);
-        return result;
-    }
-
-private:
-    std::FILE* file_;
 };
 
 struct IndexerFixture : ::testing::Test {

@@ -3,6 +3,7 @@
 #include "fq/personal/PreferenceKeys.h"
 #include "fq/personal/UserLibraryStore.h"
 
+#include <fq/core/CapturedDiagnostics.h>
 #include <fq/core/Diagnostics.h>
 
 #include <cstdio>
@@ -90,25 +91,6 @@ TEST_F(UserLibraryStoreTest, RecentChordsNewestFirstWithoutRepeatsAndAtMostThirt
     EXPECT_EQ(recent.front(), (Chord{Note::D, "11", 39}));
     EXPECT_EQ(recent.back(), (Chord{Note::D, "11", 10}));
 }
-
-/// Diagnostics written while it lives.
-class CapturedDiagnostics {
-public:
-    CapturedDiagnostics() : file_(std::tmpfile()) { setDiagnosticStream(file_); }
-    ~CapturedDiagnostics() {
-        setDiagnosticStream(stdout);
-        std::fclose(file_);
-    }
-    std::string text() const {
-        std::rewind(file_);
-        std::string text;
-        for (int c; (c = std::fgetc(file_)) != EOF;) text += static_cast<char>(c);
-        return text;
-    }
-
-private:
-    std::FILE* file_;
-};
 
 TEST_F(UserLibraryStoreTest, UnreadableBytesAreNeverDestroyed) {
     auto lib = library();

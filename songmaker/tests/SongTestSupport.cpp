@@ -25,28 +25,6 @@ TemporaryFolder::~TemporaryFolder() {
     fs::remove_all(path_, error);
 }
 
-DiagnosticCapture::DiagnosticCapture() : file_(std::tmpfile()) {
-    setDiagnosticStream(file_);
-}
-
-DiagnosticCapture::~DiagnosticCapture() {
-    setDiagnosticStream(stdout);
-    std::fclose(file_);
-}
-
-std::vector<std::string> DiagnosticCapture::lines() {
-    std::fflush(file_);
-    std::rewind(file_);
-    std::vector<std::string> result;
-    std::array<char, 4096> buffer{};
-    while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file_)) {
-        std::string line(buffer.data());
-        if (!line.empty() && line.back() == '\n') line.pop_back();
-        result.push_back(line);
-    }
-    return result;
-}
-
 FrtQulDocumentData sampleSong(std::string title) {
     FrtQulDocumentData data;
     data.title = std::move(title);

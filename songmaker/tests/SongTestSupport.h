@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fq/core/CapturedDiagnostics.h>
 #include <fq/songmaker/SongDocument.h>
 
 #include <cstdio>
@@ -8,6 +9,8 @@
 #include <vector>
 
 namespace fq::songmaker::testing {
+
+using DiagnosticCapture = CapturedDiagnostics;
 
 /// A fresh folder under the system's temporary folder, removed afterwards.
 class TemporaryFolder {
@@ -18,17 +21,6 @@ public:
 
 private:
     std::filesystem::path path_;
-};
-
-/// Collects the diagnostic lines printed while it lives.
-class DiagnosticCapture {
-public:
-    DiagnosticCapture();
-    ~DiagnosticCapture();
-    std::vector<std::string> lines();
-
-private:
-    std::FILE* file_;
 };
 
 /// A song with two sections, negative and unusual values included.

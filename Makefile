@@ -12,7 +12,7 @@ build: bootstrap
 	@cmake --build --preset $(PRESET) -j $(JOBS)
 
 run: build
-	@build/$(PRESET)/app/fretquill $(ARGS)
+	@build/$(PRESET)/cli/fretquill $(ARGS)
 
 test: bootstrap
 	@cmake --preset ci >/dev/null

@@ -4,7 +4,7 @@
 #include "fq/core/Spelling.h"
 #include "fq/resources/fq_FrtLibCore.h"
 
-#include "Text.h"
+#include "fq/core/Text.h"
 
 #include <algorithm>
 #include <bit>

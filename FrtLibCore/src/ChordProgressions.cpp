@@ -1,6 +1,6 @@
 #include "fq/core/ChordProgressions.h"
 
-#include "Text.h"
+#include "fq/core/Text.h"
 #include "fq/core/Diagnostics.h"
 #include "fq/core/Spelling.h"
 

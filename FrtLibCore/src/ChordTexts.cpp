@@ -3,7 +3,7 @@
 #include "fq/core/ChordDataManager.h"
 #include "fq/resources/fq_FrtLibCore.h"
 
-#include "Text.h"
+#include "fq/core/Text.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,19 +1,41 @@
 #include "fq/core/Diagnostics.h"
 
-#include <atomic>
+#include <cstdio>
+#include <mutex>
+#include <utility>
 
 namespace fq {
 namespace {
-std::atomic<std::FILE*> stream{stdout};
+
+void toStandardOutput(std::string_view line) {
+    std::fwrite(line.data(), 1, line.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+struct Sink {
+    std::mutex mutex;
+    DiagnosticSink sink = toStandardOutput;
+};
+
+Sink& current() {
+    static Sink instance;
+    return instance;
+}
+
 } // namespace
 
 void diagnostic(std::string_view line) {
-    std::FILE* out = stream.load();
-    std::fwrite(line.data(), 1, line.size(), out);
-    std::fputc('\n', out);
-    std::fflush(out);
+    auto& state = current();
+    const std::lock_guard lock(state.mutex);
+    state.sink(line);
 }
 
-void setDiagnosticStream(std::FILE* to) { stream.store(to); }
+DiagnosticSink setDiagnosticSink(DiagnosticSink sink) {
+    auto& state = current();
+    const std::lock_guard lock(state.mutex);
+    if (!sink) sink = toStandardOutput;
+    return std::exchange(state.sink, std::move(sink));
+}
 
 } // namespace fq

@@ -1,6 +1,6 @@
 #include "fq/core/Spelling.h"
 
-#include "Text.h"
+#include "fq/core/Text.h"
 
 #include <cassert>
 #include <utility>

@@ -5,10 +5,10 @@
 #include "fq/navigation/LinkHandler.h"
 
 // the SQLite C API is wrapped once, in the personal store; the index uses that wrapper
-#include "Sqlite.h"
+#include <fq/documents/Sqlite.h>
 
 #include <fq/core/Diagnostics.h>
-#include <fq/personal/DataLocations.h>
+#include <fq/documents/DataLocations.h>
 #include <fq/personal/PreferenceKeys.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@
 namespace fq::navigation {
 namespace {
 
-namespace sqlite = personal::sqlite;
+namespace sqlite = documents::sqlite;
 namespace keys = personal::keys;
 
 std::string replaceAll(std::string text, std::string_view from, std::string_view to) {
@@ -221,7 +221,7 @@ SqliteSearchIndex::open(const std::filesystem::path& file) {
 }
 
 tl::expected<std::unique_ptr<SqliteSearchIndex>, Error> SqliteSearchIndex::openDefault() {
-    const auto folder = personal::cacheDirectory();
+    const auto folder = documents::cacheDirectory();
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     if (error) return tl::unexpected(Error{error.message()});

@@ -2,8 +2,8 @@
 
 #include <fq/core/Diagnostics.h>
 
-#include "Sqlite.h"
-#include "fq/personal/DataLocations.h"
+#include <fq/documents/Sqlite.h>
+#include "fq/documents/DataLocations.h"
 
 #include <fmt/format.h>
 
@@ -19,6 +19,7 @@ namespace fq::personal {
 namespace {
 
 namespace fs = std::filesystem;
+namespace sqlite = documents::sqlite;
 
 /// Marks the file as ours ("FQst"), so that a database of another program at the same
 /// path is refused rather than having our tables added to it.

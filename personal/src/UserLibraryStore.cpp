@@ -4,6 +4,7 @@
 
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/Diagnostics.h>
+#include <fq/core/Text.h>
 #include <fq/core/Uuid.h>
 
 #include <fmt/format.h>
@@ -105,12 +106,6 @@ tl::expected<void, Error> modifyList(SharedStore& store, std::string_view key, C
     return {};
 }
 
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
-    return text;
-}
-
 std::string newCollectionID() { return "user-" + core::Uuid::random().text(); }
 
 std::string chordIdentifier(const Chord& chord) {
@@ -168,7 +163,7 @@ std::vector<ChordCollection> FretquillUserLibraryStore::collections() const {
 }
 
 tl::expected<ChordCollection, Error> FretquillUserLibraryStore::createCollection(std::string_view name) {
-    const auto title = trimmed(name);
+    const auto title = core::text::trimmed(name);
     if (title.empty()) return tl::unexpected(FretquillUserLibraryStoreError::emptyCollectionName());
     ChordCollection collection{newCollectionID(), std::string(title), std::string(config::userCollectionImageName), {}};
     auto done = modifyList<ChordCollection>(*store_, keys::chordCollections.name,
@@ -181,7 +176,7 @@ tl::expected<ChordCollection, Error> FretquillUserLibraryStore::createCollection
 }
 
 tl::expected<void, Error> FretquillUserLibraryStore::renameCollection(std::string_view id, std::string_view name) {
-    const auto title = trimmed(name);
+    const auto title = core::text::trimmed(name);
     if (title.empty()) return tl::unexpected(FretquillUserLibraryStoreError::emptyCollectionName());
     return modifyList<ChordCollection>(*store_, keys::chordCollections.name,
                                        inCollection(id, [&](auto&, auto found) -> Done {

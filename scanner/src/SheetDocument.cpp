@@ -1,8 +1,7 @@
 #include "fq/scanner/SheetDocument.h"
 
-#include <fq/personal/DurableFile.h>
-#include <fq/songmaker/PropertyList.h>
-#include <fq/songmaker/SongDocument.h>
+#include <fq/documents/DurableFile.h>
+#include <fq/documents/PropertyList.h>
 
 #include <fmt/format.h>
 #include <unicode/uchar.h>
@@ -40,13 +39,13 @@ tl::expected<NormalizedRect, Error> rectAt(const Json& json, const std::string& 
 }
 
 tl::expected<DetectedChordBox, Error> boxAt(const Json& json, const std::string& where) {
-    const songmaker::DictionaryFields fields(json, where);
+    const documents::DictionaryFields fields(json, where);
     DetectedChordBox box;
     auto id = fields.uuid("id");
     if (!id) return tl::unexpected(id.error());
     box.id = *id;
     auto chord = fields.value("chord").and_then(
-        [&](const Json* found) { return songmaker::storedChord(*found, where + ".chord"); });
+        [&](const Json* found) { return documents::storedChord(*found, where + ".chord"); });
     if (!chord) return tl::unexpected(chord.error());
     box.chord = std::move(*chord);
     auto rect = fields.value("boundingBox").and_then([&](const Json* found) {
@@ -58,7 +57,7 @@ tl::expected<DetectedChordBox, Error> boxAt(const Json& json, const std::string&
 }
 
 tl::expected<FrtSheetPageData, Error> pageAt(const Json& json, const std::string& where) {
-    const songmaker::DictionaryFields fields(json, where);
+    const documents::DictionaryFields fields(json, where);
     FrtSheetPageData page;
     auto id = fields.uuid("id");
     if (!id) return tl::unexpected(id.error());
@@ -133,7 +132,7 @@ nlohmann::ordered_json toJson(const FrtSheetDocumentData& data) {
 
 tl::expected<FrtSheetDocumentData, Error> sheetDataFromJson(const Json& json) {
     try {
-        const songmaker::DictionaryFields fields(json, "the top level");
+        const documents::DictionaryFields fields(json, "the top level");
         FrtSheetDocumentData data;
         auto title = fields.cleanText("title");
         if (!title) return tl::unexpected(title.error());
@@ -154,11 +153,11 @@ tl::expected<FrtSheetDocumentData, Error> sheetDataFromJson(const Json& json) {
 }
 
 tl::expected<std::string, Error> encodeSheet(const FrtSheetDocumentData& data) {
-    return songmaker::encodeBinaryPropertyList(toJson(data));
+    return documents::encodeBinaryPropertyList(toJson(data));
 }
 
 tl::expected<FrtSheetDocumentData, Error> decodeSheet(std::string_view bytes) {
-    return songmaker::decodePropertyList(bytes).and_then(
+    return documents::decodePropertyList(bytes).and_then(
         [](const Json& json) { return sheetDataFromJson(json); });
 }
 
@@ -185,9 +184,9 @@ tl::expected<FrtSheetDocument, Error> FrtSheetDocument::read(const fs::path& fil
             return failure(
                 fmt::format("The file “{}” couldn’t be opened because there is no such file.",
                             file.filename().string()));
-        return tl::unexpected(songmaker::corruptFileError(file));
+        return tl::unexpected(documents::corruptFileError(file));
     }
-    auto bytes = personal::readWholeFile(file);
+    auto bytes = documents::readWholeFile(file);
     if (!bytes) return tl::unexpected(bytes.error());
     auto data = decodeSheet(*bytes);
     if (!data) return tl::unexpected(data.error());
@@ -195,7 +194,7 @@ tl::expected<FrtSheetDocument, Error> FrtSheetDocument::read(const fs::path& fil
     document.pages.reserve(data->pages.size());
     for (auto& page : data->pages) {
         auto image = Bitmap::decodePng(page.image);
-        if (!image) return tl::unexpected(songmaker::corruptFileError(file));
+        if (!image) return tl::unexpected(documents::corruptFileError(file));
         document.pages.push_back({page.id, std::move(*image), std::move(page.detectedChordBoxes)});
     }
     return document;
@@ -218,7 +217,7 @@ std::string safeSheetName(std::string_view title) {
 
 tl::expected<fs::path, Error> saveSheet(const std::string& title,
                                         const std::vector<FrtSheetDocument::Page>& pages,
-                                        const songmaker::DocumentsDirectory& documents) {
+                                        const documents::DocumentsDirectory& documents) {
     auto bytes = sheetData(title, pages).and_then([](const FrtSheetDocumentData& data) {
         return encodeSheet(data);
     });
@@ -231,7 +230,7 @@ tl::expected<fs::path, Error> saveSheet(const std::string& title,
     for (long long counter = 2;;) {
         while (nameTaken(target))
             target = sheetFile(*folder, fmt::format("{} {}", name, counter++));
-        auto written = personal::writeFileDurably(target, *bytes, personal::ExistingFile::refuse);
+        auto written = documents::writeFileDurably(target, *bytes, documents::ExistingFile::refuse);
         if (written) return target;
         // another writer took the name between the look and the write: count on
         if (!nameTaken(target)) return tl::unexpected(written.error());

@@ -1,7 +1,7 @@
 #include "fq/scanner/SheetsViewModel.h"
 
 #include <fq/core/Diagnostics.h>
-#include <fq/personal/DurableFile.h>
+#include <fq/documents/DurableFile.h>
 
 #include <fmt/format.h>
 
@@ -13,16 +13,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-tl::expected<std::vector<songmaker::FolderEntry>, Error>
-sheetFiles(const songmaker::DocumentsDirectory& documents) {
+tl::expected<std::vector<documents::FolderEntry>, Error>
+sheetFiles(const documents::DocumentsDirectory& documents) {
     return documents().and_then([](const fs::path& folder) {
-        return songmaker::filesWithExtension(folder, config::sheetExtension);
+        return documents::filesWithExtension(folder, config::sheetExtension);
     });
 }
 
 /// The listed form of a file; pages whose images do not decode are left out.
 tl::expected<SongsheetDocumentItem, Error> readItem(const fs::path& file) {
-    auto data = personal::readWholeFile(file).and_then(
+    auto data = documents::readWholeFile(file).and_then(
         [](const std::string& bytes) { return decodeSheet(bytes); });
     if (!data) return tl::unexpected(data.error());
     SongsheetDocumentItem item{core::Uuid::random(), file, std::move(data->title), {}};
@@ -36,8 +36,8 @@ tl::expected<SongsheetDocumentItem, Error> readItem(const fs::path& file) {
 
 } // namespace
 
-SheetsViewModel::SheetsViewModel(songmaker::DocumentsDirectory documents,
-                                 songmaker::MainContext mainContext)
+SheetsViewModel::SheetsViewModel(documents::DocumentsDirectory documents,
+                                 documents::MainContext mainContext)
     : documents_(std::move(documents)), mainContext_(std::move(mainContext)) {}
 
 void SheetsViewModel::loadDocuments() {
@@ -77,7 +77,7 @@ void SheetsViewModel::deleteDocuments(std::span<const std::size_t> offsets) {
     for (const auto offset : offsets) {
         if (offset >= documentItems_.size() || !rows.insert(offset).second) continue;
         const auto& url = documentItems_[offset].url;
-        if (auto removed = personal::removeFileDurably(url); !removed) {
+        if (auto removed = documents::removeFileDurably(url); !removed) {
             diagnostic(fmt::format("Failed to delete {}: {}", url.filename().string(),
                                    removed.error().message));
             continue;

@@ -1,5 +1,7 @@
 #include "SheetTestSupport.h"
-#include "SongTestSupport.h"
+#include <fq/core/CapturedDiagnostics.h>
+#include <fq/test/Python.h>
+#include <fq/test/TemporaryFolder.h>
 
 #include <gtest/gtest.h>
 #include <leptonica/allheaders.h>
@@ -10,11 +12,11 @@ namespace fq::scanner {
 namespace {
 
 using namespace testing;
-using songmaker::testing::havePython;
-using songmaker::testing::readBytes;
-using songmaker::testing::runPython;
-using songmaker::testing::TemporaryFolder;
-using songmaker::testing::writeBytes;
+using test::havePython;
+using test::readBytes;
+using test::runPython;
+using test::TemporaryFolder;
+using test::writeBytes;
 using Json = nlohmann::ordered_json;
 namespace fs = std::filesystem;
 

@@ -1,8 +1,9 @@
 #include "SheetTestSupport.h"
-#include "SongTestSupport.h"
+#include <fq/core/CapturedDiagnostics.h>
+#include <fq/test/Python.h>
+#include <fq/test/TemporaryFolder.h>
 
 #include <fq/scanner/SheetsViewModel.h>
-#include <fq/songmaker/SongDocument.h>
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -21,20 +22,20 @@ namespace fq::scanner {
 namespace {
 
 using namespace testing;
-using songmaker::testing::DiagnosticCapture;
-using songmaker::testing::readBytes;
-using songmaker::testing::TemporaryFolder;
-using songmaker::testing::writeBytes;
+using DiagnosticCapture = CapturedDiagnostics;
+using test::readBytes;
+using test::TemporaryFolder;
+using test::writeBytes;
 namespace fs = std::filesystem;
 
 /// A documents folder with a hand-driven main context.
 class SheetFilesTest : public ::testing::Test {
 protected:
     fs::path documents() const { return folder_.path(); }
-    songmaker::DocumentsDirectory location() const {
+    documents::DocumentsDirectory location() const {
         return [folder = folder_.path()]() -> tl::expected<fs::path, Error> { return folder; };
     }
-    songmaker::MainContext queue() {
+    documents::MainContext queue() {
         return [this](std::function<void()> task) { tasks_.push_back(std::move(task)); };
     }
     void runMain() {
@@ -130,7 +131,7 @@ TEST_F(SheetFilesTest, ListingSkipsBadFilesAndLeavesThemAlone) {
     ASSERT_EQ(model.documentItems()[2].pages.size(), 1u);
     EXPECT_EQ(model.documentItems()[2].pages[0].id, partly.pages[1].id);
     EXPECT_EQ(FrtSheetDocument::read(documents() / "partly.frtqulsheet").error(),
-              songmaker::corruptFileError(documents() / "partly.frtqulsheet"))
+              documents::corruptFileError(documents() / "partly.frtqulsheet"))
         << "opened as a document, a page that does not decode spoils the whole file";
     EXPECT_EQ(model.documentItems()[0].pages[0].detectedChordBoxes.size(), 2u);
     EXPECT_EQ(model.documentItems()[0].pages[0].image.width(), 40);

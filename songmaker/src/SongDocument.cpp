@@ -1,8 +1,8 @@
 #include "fq/songmaker/SongDocument.h"
 
-#include "fq/songmaker/PropertyList.h"
+#include "fq/documents/PropertyList.h"
 
-#include <fq/personal/DurableFile.h>
+#include <fq/documents/DurableFile.h>
 
 #include <fmt/format.h>
 
@@ -151,12 +151,6 @@ tl::expected<FrtQulDocumentData, Error> decodeSong(std::string_view bytes) {
         [](const Json& json) { return documentDataFromJson(json); });
 }
 
-Error corruptFileError(const std::filesystem::path& file) {
-    return Error{
-        fmt::format("The file “{}” couldn’t be opened because it isn’t in the correct format.",
-                    file.filename().string())};
-}
-
 FrtQulDocument::FrtQulDocument(FrtQulDocumentData data)
     : title(std::move(data.title)), sections(std::move(data.sections)), key(std::move(data.key)),
       bpm(data.bpm), sequence(std::move(data.sequence)) {}
@@ -172,9 +166,9 @@ tl::expected<FrtQulDocument, Error> FrtQulDocument::read(const std::filesystem::
             return tl::unexpected(
                 Error{fmt::format("The file “{}” couldn’t be opened because there is no such file.",
                                   file.filename().string())});
-        return tl::unexpected(corruptFileError(file));
+        return tl::unexpected(documents::corruptFileError(file));
     }
-    return personal::readWholeFile(file, config::maximumSongFileBytes)
+    return documents::readWholeFile(file, config::maximumSongFileBytes)
         .and_then([](const std::string& bytes) { return decodeSong(bytes); })
         .map([](FrtQulDocumentData data) { return FrtQulDocument(std::move(data)); });
 }

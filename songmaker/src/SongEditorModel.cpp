@@ -2,7 +2,7 @@
 
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/Diagnostics.h>
-#include <fq/personal/DurableFile.h>
+#include <fq/documents/DurableFile.h>
 #include <fq/personal/PreferenceKeys.h>
 
 #include <fmt/format.h>
@@ -279,7 +279,7 @@ void SongEditorModel::refreshSequencer() {
 }
 
 bool SongEditorModel::save() {
-    if (documentURL_) return write(*documentURL_, personal::ExistingFile::replace);
+    if (documentURL_) return write(*documentURL_, documents::ExistingFile::replace);
     const auto folder = services_.documents();
     if (!folder) {
         diagnostic("Error saving document: The file couldn’t be saved because no such file or "
@@ -287,15 +287,15 @@ bool SongEditorModel::save() {
         return false;
     }
     return write(*folder / (trackTitle + "." + std::string(config::songExtension)),
-                 personal::ExistingFile::replace);
+                 documents::ExistingFile::replace);
 }
 
 bool SongEditorModel::saveAs(const fs::path& target) {
     if (documentURL_) return save();
-    return write(target, personal::ExistingFile::refuse);
+    return write(target, documents::ExistingFile::refuse);
 }
 
-bool SongEditorModel::write(const fs::path& target, personal::ExistingFile existing) {
+bool SongEditorModel::write(const fs::path& target, documents::ExistingFile existing) {
     const FrtQulDocumentData data{trackTitle, sections_, currentKeySignature_,
                                   services_.sequencer->tempo(), currentSequence_};
     const auto fail = [](const std::string& message) {
@@ -304,7 +304,7 @@ bool SongEditorModel::write(const fs::path& target, personal::ExistingFile exist
     };
     const auto bytes = FrtQulDocument(data).fileWrapper();
     if (!bytes) return fail(bytes.error().message);
-    if (const auto written = personal::writeFileDurably(target, *bytes, existing); !written)
+    if (const auto written = documents::writeFileDurably(target, *bytes, existing); !written)
         return fail(written.error().message);
     documentURL_ = target;
     isNew_ = false;

@@ -3,7 +3,8 @@
 #include "fq/songmaker/SongDocument.h"
 
 #include <fq/core/Diagnostics.h>
-#include <fq/personal/DurableFile.h>
+#include <fq/core/Text.h>
+#include <fq/documents/DurableFile.h>
 
 #include <fmt/format.h>
 #include <unicode/coll.h>
@@ -40,7 +41,7 @@ std::string safeSongFileName(std::string_view name) {
     std::string joined;
     for (const char c : name)
         joined += isSeparator(static_cast<unsigned char>(c)) ? ' ' : c;
-    auto result = std::string(trimmed(joined));
+    auto result = std::string(core::text::trimmed(joined));
     return result.empty() ? std::string("Untitled") : result;
 }
 
@@ -101,7 +102,7 @@ std::vector<SongMakerDocumentMetadata> SongMakerDocumentStore::listDocuments() c
 
 tl::expected<SongMakerDocumentMetadata, Error>
 SongMakerDocumentStore::renameDocument(const fs::path& url, std::string_view name) {
-    const std::string title(trimmed(name));
+    const std::string title(core::text::trimmed(name));
     if (title.empty()) return tl::unexpected(SongMakerDocumentStoreError::emptyDocumentName());
     std::error_code error;
     if (!fs::exists(url, error)) return tl::unexpected(SongMakerDocumentStoreError::fileNotFound());
@@ -119,10 +120,10 @@ SongMakerDocumentStore::renameDocument(const fs::path& url, std::string_view nam
     document->title = title;
     const auto bytes = document->fileWrapper();
     if (!bytes) return tl::unexpected(bytes.error());
-    if (auto written = personal::writeFileDurably(url, *bytes); !written)
+    if (auto written = documents::writeFileDurably(url, *bytes); !written)
         return tl::unexpected(written.error());
     if (moves) {
-        if (auto moved = personal::moveFileDurably(url, target, personal::ExistingFile::refuse);
+        if (auto moved = documents::moveFileDurably(url, target, documents::ExistingFile::refuse);
             !moved) {
             if (fs::exists(target, error))
                 return tl::unexpected(SongMakerDocumentStoreError::fileAlreadyExists(title));
@@ -138,7 +139,7 @@ tl::expected<void, Error> SongMakerDocumentStore::deleteDocument(const fs::path&
     std::error_code error;
     if (!fs::exists(fs::symlink_status(url, error)))
         return tl::unexpected(SongMakerDocumentStoreError::fileNotFound());
-    if (auto removed = personal::removeFileDurably(url); !removed) return removed;
+    if (auto removed = documents::removeFileDurably(url); !removed) return removed;
     notifyChanged();
     return {};
 }

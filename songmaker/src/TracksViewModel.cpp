@@ -3,7 +3,7 @@
 #include "fq/songmaker/SongDocument.h"
 
 #include <fq/core/Diagnostics.h>
-#include <fq/personal/DurableFile.h>
+#include <fq/documents/DurableFile.h>
 
 #include <fmt/format.h>
 #define PCRE2_CODE_UNIT_WIDTH 8
@@ -26,7 +26,7 @@ std::string fileName(const std::string& stem) {
 
 /// The JSON path of duplication and renaming: the song's fields as a JSON document.
 tl::expected<FrtQulDocumentData, Error> readJsonSong(const fs::path& file) {
-    auto bytes = personal::readWholeFile(file, config::maximumSongFileBytes);
+    auto bytes = documents::readWholeFile(file, config::maximumSongFileBytes);
     if (!bytes) return tl::unexpected(bytes.error());
     const auto json = nlohmann::json::parse(*bytes, nullptr, false);
     if (json.is_discarded())
@@ -122,7 +122,7 @@ std::optional<fs::path> TracksViewModel::duplicateDocument(const DocumentItem& i
     }
     data->title = candidate;
     const auto written =
-        personal::writeFileDurably(target, toJson(*data).dump(), personal::ExistingFile::refuse);
+        documents::writeFileDurably(target, toJson(*data).dump(), documents::ExistingFile::refuse);
     if (!written) {
         diagnostic("Duplication failed: " + written.error().message);
         return std::nullopt;
@@ -141,7 +141,7 @@ bool TracksViewModel::renameDocument(const DocumentItem& item, const std::string
         return false;
     }
     data->title = title;
-    if (const auto written = personal::writeFileDurably(item.url, toJson(*data).dump()); !written) {
+    if (const auto written = documents::writeFileDurably(item.url, toJson(*data).dump()); !written) {
         diagnostic("Rename failed: " + written.error().message);
         return false;
     }
@@ -160,7 +160,7 @@ void TracksViewModel::deleteDocuments(std::span<const std::size_t> offsets) {
         if (offset >= documentItems_.size()) continue;
         rows.insert(offset);
         const auto& url = documentItems_[offset].url;
-        if (auto removed = personal::removeFileDurably(url); !removed)
+        if (auto removed = documents::removeFileDurably(url); !removed)
             diagnostic(fmt::format("Failed to delete {}: {}", url.filename().string(),
                                    removed.error().message));
     }
@@ -188,9 +188,9 @@ std::optional<fs::path> TracksViewModel::importDocument(const fs::path& source) 
     for (int counter = 1; fs::exists(target, error); ++counter)
         target = *folder / fmt::format("{} {}{}", stem, counter, extension);
 
-    auto bytes = personal::readWholeFile(source, config::maximumSongFileBytes);
+    auto bytes = documents::readWholeFile(source, config::maximumSongFileBytes);
     auto copied = bytes.and_then([&](const std::string& contents) {
-        return personal::writeFileDurably(target, contents, personal::ExistingFile::refuse);
+        return documents::writeFileDurably(target, contents, documents::ExistingFile::refuse);
     });
     if (!copied) {
         diagnostic("Failed to import file: " + copied.error().message);

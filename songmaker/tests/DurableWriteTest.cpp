@@ -1,6 +1,5 @@
 #include "SongTestSupport.h"
 
-#include <fq/personal/DurableFile.h>
 #include <fq/songmaker/SongDocument.h>
 
 #include <gtest/gtest.h>
@@ -21,41 +20,6 @@ namespace {
 
 using namespace testing;
 namespace fs = std::filesystem;
-using personal::ExistingFile;
-
-std::vector<std::string> folderNames(const fs::path& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-TEST(DurableWriteTest, ReplacesOrRefusesAndLeavesNothingBehind) {
-    TemporaryFolder folder;
-    const auto file = folder.path() / "a.frtqul";
-    ASSERT_TRUE(personal::writeFileDurably(file, "first"));
-    ::chmod(file.c_str(), 0640);
-    ASSERT_TRUE(personal::writeFileDurably(file, "second"));
-    EXPECT_EQ(readBytes(file), "second");
-    struct stat status {};
-    ::stat(file.c_str(), &status);
-    EXPECT_EQ(status.st_mode & 0777, 0640u) << "a replaced file keeps its permissions";
-
-    const auto refused = personal::writeFileDurably(file, "third", ExistingFile::refuse);
-    ASSERT_FALSE(refused);
-    EXPECT_EQ(readBytes(file), "second");
-    EXPECT_FALSE(personal::writeFileDurably(folder.path() / "missing" / "b.frtqul", "x"));
-    EXPECT_EQ(folderNames(folder.path()), std::vector<std::string>{"a.frtqul"})
-        << "no temporary file is left";
-
-    ASSERT_TRUE(personal::writeFileDurably(folder.path() / "b.frtqul", "other"));
-    EXPECT_FALSE(personal::moveFileDurably(file, folder.path() / "b.frtqul", ExistingFile::refuse));
-    EXPECT_EQ(readBytes(folder.path() / "b.frtqul"), "other");
-    EXPECT_TRUE(personal::removeFileDurably(file));
-    EXPECT_FALSE(personal::removeFileDurably(file));
-    EXPECT_FALSE(personal::readWholeFile(folder.path()));
-}
 
 // A writer killed at any moment leaves the old song or the new one, whole.
 TEST(DurableWriteTest, AKilledWriterLeavesAWholeSong) {

@@ -1,6 +1,6 @@
 #include "SongTestSupport.h"
 
-#include <fq/songmaker/PropertyList.h>
+#include <fq/documents/PropertyList.h>
 #include <fq/songmaker/SongDocument.h>
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // Saves two different songs to one file, in turn, until it is killed: the durable write
 // must leave one of them whole at every moment.
-#include <fq/personal/DurableFile.h>
+#include <fq/documents/DurableFile.h>
 #include <fq/songmaker/SongDocument.h>
 
 #include <cstdio>
@@ -27,5 +27,5 @@ int main(int argc, char** argv) {
     std::fputs("writing\n", stdout);
     std::fflush(stdout);
     for (unsigned long round = 0;; ++round)
-        if (!fq::personal::writeFileDurably(argv[1], versions[round % 2])) return 1;
+        if (!documents::writeFileDurably(argv[1], versions[round % 2])) return 1;
 }

@@ -5,7 +5,7 @@
 #include <fq/core/Chord.h>
 #include <fq/core/Error.h>
 #include <fq/core/Uuid.h>
-#include <fq/songmaker/DocumentsFolder.h>
+#include <fq/documents/DocumentsFolder.h>
 
 #include <nlohmann/json.hpp>
 #include <tl/expected.hpp>
@@ -106,7 +106,7 @@ std::string safeSheetName(std::string_view title);
 /// Returns the file written; the caller tells the person about a failure.
 tl::expected<std::filesystem::path, Error>
 saveSheet(const std::string& title, const std::vector<FrtSheetDocument::Page>& pages,
-          const songmaker::DocumentsDirectory& documents = songmaker::defaultDocumentsDirectory);
+          const documents::DocumentsDirectory& documents = documents::defaultDocumentsDirectory);
 
 /// What a page image that cannot be encoded makes of a save.
 Error fileWriteUnknownError();

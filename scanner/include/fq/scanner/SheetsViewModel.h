@@ -3,7 +3,7 @@
 #include "fq/scanner/SheetDocument.h"
 
 #include <fq/core/Uuid.h>
-#include <fq/songmaker/DocumentsFolder.h>
+#include <fq/documents/DocumentsFolder.h>
 
 #include <cstddef>
 #include <filesystem>
@@ -35,8 +35,8 @@ struct SongsheetDocumentItem {
 class SheetsViewModel {
 public:
     explicit SheetsViewModel(
-        songmaker::DocumentsDirectory documents = songmaker::defaultDocumentsDirectory,
-        songmaker::MainContext mainContext = songmaker::immediateContext());
+        documents::DocumentsDirectory documents = documents::defaultDocumentsDirectory,
+        documents::MainContext mainContext = documents::immediateContext());
 
     const std::vector<SongsheetDocumentItem>& documentItems() const { return documentItems_; }
     const std::map<std::filesystem::path, SongsheetDocumentItem>& metadataCache() const {
@@ -52,8 +52,8 @@ public:
     void deleteDocuments(std::span<const std::size_t> offsets);
 
 private:
-    songmaker::DocumentsDirectory documents_;
-    songmaker::MainContext mainContext_;
+    documents::DocumentsDirectory documents_;
+    documents::MainContext mainContext_;
     std::vector<SongsheetDocumentItem> documentItems_;
     std::map<std::filesystem::path, SongsheetDocumentItem> metadataCache_;
 };

@@ -109,7 +109,4 @@ tl::expected<FrtQulDocumentData, Error> documentDataFromJson(const nlohmann::jso
 tl::expected<std::string, Error> encodeSong(const FrtQulDocumentData& data);
 tl::expected<FrtQulDocumentData, Error> decodeSong(std::string_view bytes);
 
-/// The message of a file whose contents cannot be read as a document.
-Error corruptFileError(const std::filesystem::path& file);
-
 } // namespace fq::songmaker

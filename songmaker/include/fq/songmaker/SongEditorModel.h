@@ -1,12 +1,12 @@
 #pragma once
 
-#include "fq/songmaker/DocumentsFolder.h"
+#include "fq/documents/DocumentsFolder.h"
 #include "fq/songmaker/JamSequencer.h"
 #include "fq/songmaker/SongDocument.h"
 
 #include <fq/core/AccompanimentPatterns.h>
 #include <fq/core/Chord.h>
-#include <fq/personal/DurableFile.h>
+#include <fq/documents/DurableFile.h>
 #include <fq/personal/SharedStore.h>
 
 #include <filesystem>
@@ -118,7 +118,7 @@ public:
 
 private:
     bool isSequencerOn() const;
-    bool write(const std::filesystem::path& target, personal::ExistingFile existing);
+    bool write(const std::filesystem::path& target, documents::ExistingFile existing);
 
     Services services_;
     std::vector<SongSection> sections_;

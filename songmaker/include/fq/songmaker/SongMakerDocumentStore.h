@@ -1,6 +1,6 @@
 #pragma once
 
-#include "fq/songmaker/DocumentsFolder.h"
+#include "fq/documents/DocumentsFolder.h"
 
 #include <fq/core/Error.h>
 

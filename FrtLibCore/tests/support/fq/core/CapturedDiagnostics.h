@@ -1,11 +1,11 @@
 #pragma once
 
-// For tests: the diagnostic lines printed while one of these lives.
+// For tests: the diagnostic lines sent while one of these lives.
 
 #include <fq/core/Diagnostics.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -13,35 +13,23 @@ namespace fq {
 
 class CapturedDiagnostics {
 public:
-    CapturedDiagnostics() : file_(std::tmpfile()) { setDiagnosticStream(file_); }
-    ~CapturedDiagnostics() {
-        setDiagnosticStream(stdout);
-        std::fclose(file_);
-    }
+    CapturedDiagnostics()
+        : previous_(setDiagnosticSink([this](std::string_view line) {
+              const std::lock_guard lock(mutex_);
+              lines_.emplace_back(line);
+          })) {}
+    ~CapturedDiagnostics() { setDiagnosticSink(std::move(previous_)); }
     CapturedDiagnostics(const CapturedDiagnostics&) = delete;
     CapturedDiagnostics& operator=(const CapturedDiagnostics&) = delete;
 
-    /// Everything printed so far.
-    std::string text() const {
-        std::fflush(file_);
-        std::rewind(file_);
-        std::string result;
-        for (int c; (c = std::fgetc(file_)) != EOF;)
-            result += static_cast<char>(c);
-        std::fseek(file_, 0, SEEK_END);
-        return result;
-    }
     std::vector<std::string> lines() const {
-        std::vector<std::string> result;
-        std::string line;
-        for (const char c : text()) {
-            if (c != '\n') {
-                line += c;
-                continue;
-            }
-            result.push_back(line);
-            line.clear();
-        }
+        const std::lock_guard lock(mutex_);
+        return lines_;
+    }
+    /// Everything sent so far, one line each.
+    std::string text() const {
+        std::string result;
+        for (const auto& line : lines()) result += line + '\n';
         return result;
     }
     bool contains(const std::string& line) const {
@@ -50,7 +38,9 @@ public:
     }
 
 private:
-    std::FILE* file_;
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+    DiagnosticSink previous_;
 };
 
 } // namespace fq

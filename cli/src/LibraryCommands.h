@@ -1,0 +1,10 @@
+#pragma once
+
+#include "ChordCommands.h"
+
+namespace fq::cli {
+
+/// tunings, prefs, favorites and collections.
+void addLibraryCommands(CLI::App& app, CommandContext& context);
+
+} // namespace fq::cli

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "ChordCommands.h"
+
+namespace fq::cli {
+
+/// metronome, and metronome presets.
+void addMetronomeCommands(CLI::App& app, CommandContext& context);
+
+} // namespace fq::cli

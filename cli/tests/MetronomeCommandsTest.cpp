@@ -1,0 +1,79 @@
+#include "CliRun.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sndfile.h>
+
+#include <cmath>
+#include <filesystem>
+#include <sstream>
+
+namespace fq::cli {
+namespace {
+
+TEST(MetronomeCommandsTest, RendersClicksOnTheirExactFrames) {
+    const auto file =
+        (std::filesystem::temp_directory_path() / "fq-metronome-command.wav").string();
+    const auto result =
+        run({"metronome", "--bpm", "97", "--subdivisions", "3", "--beats", "4", "--sound", "square",
+             "--key", "A", "--accent", "--render", file.c_str(), "--seconds", "1", "--json"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, R"({"bpm":97,"beats":4,"subdivisions":3,"sound":"square","key":"A",)"
+                          R"("accentFirstBeat":true,"rendered":")" +
+                              file + R"(","frames":44100}
+)");
+    SF_INFO info{};
+    SNDFILE* in = sf_open(file.c_str(), SFM_READ, &info);
+    ASSERT_NE(in, nullptr);
+    std::vector<float> frames(static_cast<std::size_t>(info.frames * 2));
+    sf_readf_float(in, frames.data(), info.frames);
+    sf_close(in);
+    std::filesystem::remove(file);
+    // each square click fades in from zero, so it is heard from its second frame
+    std::vector<long> heard;
+    for (long i = 0, quietSince = -10000; i < info.frames; ++i) {
+        if (frames[static_cast<std::size_t>(2 * i)] == 0.0f) continue;
+        if (i - quietSince > 2000) heard.push_back(i);
+        quietSince = i;
+    }
+    std::vector<long> expected;
+    for (int k = 0; k < 5; ++k)
+        expected.push_back(static_cast<long>(std::ceil(k * 44100.0 * 60 / 97 / 3)) + 1);
+    EXPECT_EQ(heard, expected);
+}
+
+TEST(MetronomeCommandsTest, PresetsAndBadInput) {
+    ASSERT_EQ(run({"metronome", "presets", "clear", "--json"}).out, "[]\n");
+    ASSERT_EQ(run({"metronome", "presets", "save", "Ballad"}).status, 0);
+    const auto saved =
+        nlohmann::json::parse(run({"metronome", "presets", "save", "Ballad", "--json"}).out);
+    ASSERT_EQ(saved.size(), 2u);
+    EXPECT_EQ(saved[0].size(), 5u);
+    const auto id = saved[1]["id"].get<std::string>();
+    EXPECT_EQ(run({"metronome", "presets", "rename", id.c_str(), "Waltz", "--json"}).status, 0);
+
+    const std::vector<std::pair<std::vector<const char*>, std::string>> bad{
+        {{"metronome", "presets", "delete", "Tango"}, "No preset named Tango\n"},
+        {{"metronome", "presets", "rename", "Ballad", ""}, "A preset needs a name\n"},
+        {{"metronome", "--key", "H", "--render", "x.wav", "--seconds", "1"}, ""},
+        {{"metronome", "--bpm", "20", "--render", "x.wav", "--seconds", "1"}, ""},
+        {{"metronome", "--render", "x.wav"}, "Give --seconds with --render\n"},
+    };
+    for (const auto& [arguments, message] : bad) {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.status, 1) << arguments[2];
+        if (!message.empty()) {
+            EXPECT_EQ(result.err, message);
+        }
+    }
+    const auto list = nlohmann::json::parse(run({"metronome", "presets", "list", "--json"}).out);
+    EXPECT_EQ(list[0]["name"], "Ballad");
+    EXPECT_EQ(list[1]["name"], "Waltz");
+    EXPECT_EQ(run({"metronome", "presets", "delete", "Waltz"}).out,
+              "Ballad  " + std::string("BPM: ") + list[0]["bpm"].dump() +
+                  ", Beats: " + list[0]["beats"].dump() +
+                  ", Subdivisions: " + list[0]["subdivisions"].dump() + "\n");
+}
+
+} // namespace
+} // namespace fq::cli

@@ -21,8 +21,8 @@ BENCHMARK(BM_BuildChordDataManager)->Unit(benchmark::kMillisecond);
 
 void BM_DictionaryLookup(benchmark::State& state) {
     const auto& manager = ChordDataManager::shared();
-    constexpr std::array<std::string_view, 8> aliases{"C", "Bb7", "C♯minor 7th", "Am7", "G/B",
-                                                      "Ebmaj7/D", "F#m7♭5", "Dsus4"};
+    constexpr std::array<std::string_view, 8> aliases{"C",   "Bb7",      "C♯minor 7th", "Am7",
+                                                      "G/B", "Ebmaj7/D", "F#m7♭5",      "Dsus4"};
     std::size_t next = 0;
     for (auto _ : state) {
         benchmark::DoNotOptimize(manager.chord(aliases[next++ % aliases.size()]));
@@ -32,13 +32,15 @@ BENCHMARK(BM_DictionaryLookup);
 
 void BM_ChordsMatchingNotes(benchmark::State& state) {
     const auto& manager = ChordDataManager::shared();
-    for (auto _ : state) benchmark::DoNotOptimize(manager.chordsMatching("E, G, C, B♭"));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(manager.chordsMatching("E, G, C, B♭"));
 }
 BENCHMARK(BM_ChordsMatchingNotes)->Unit(benchmark::kMicrosecond);
 
 void BM_SimilarChords(benchmark::State& state) {
     const auto& manager = ChordDataManager::shared();
-    for (auto _ : state) benchmark::DoNotOptimize(manager.similarChords("C, E, B"));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(manager.similarChords("C, E, B"));
 }
 BENCHMARK(BM_SimilarChords)->Unit(benchmark::kMicrosecond);
 

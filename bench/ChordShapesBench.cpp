@@ -9,9 +9,9 @@
 #include <fq/personal/SharedStore.h>
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <filesystem>
-#include <unistd.h>
 
 namespace {
 
@@ -36,17 +36,19 @@ std::size_t wholeCatalogue(Generate generate) {
 void BM_WholeCatalogueFast(benchmark::State& state) {
     const ChordEngine engine; // no memo: every shape generated
     for (auto _ : state)
-        benchmark::DoNotOptimize(wholeCatalogue([&](std::string_view root, const std::vector<int>& intervals) {
-            return engine.chordPositions(root, intervals, -1, Tuning::standard);
-        }));
+        benchmark::DoNotOptimize(
+            wholeCatalogue([&](std::string_view root, const std::vector<int>& intervals) {
+                return engine.chordPositions(root, intervals, -1, Tuning::standard);
+            }));
 }
 BENCHMARK(BM_WholeCatalogueFast)->Unit(benchmark::kMillisecond)->MinTime(3);
 
 void BM_WholeCatalogueOracle(benchmark::State& state) {
     for (auto _ : state)
-        benchmark::DoNotOptimize(wholeCatalogue([](std::string_view root, const std::vector<int>& intervals) {
-            return oracle::chordPositions(root, intervals, -1, Tuning::standard);
-        }));
+        benchmark::DoNotOptimize(
+            wholeCatalogue([](std::string_view root, const std::vector<int>& intervals) {
+                return oracle::chordPositions(root, intervals, -1, Tuning::standard);
+            }));
 }
 BENCHMARK(BM_WholeCatalogueOracle)->Unit(benchmark::kMillisecond)->Iterations(1);
 
@@ -71,17 +73,26 @@ struct TemporaryStore {
 void BM_MemoHit(benchmark::State& state) {
     TemporaryStore temporary;
     const ChordEngine engine(temporary.store.get());
-    const auto intervals = state.range(0) == 0 ? std::vector<int>{0, 4, 7} : std::vector<int>{0, 4, 7, 11};
+    const auto intervals =
+        state.range(0) == 0 ? std::vector<int>{0, 4, 7} : std::vector<int>{0, 4, 7, 11};
     const auto shapes = engine.chordPositions("C", intervals, -1, Tuning::standard).size();
-    for (auto _ : state) benchmark::DoNotOptimize(engine.chordPositions("C", intervals, -1, Tuning::standard));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(engine.chordPositions("C", intervals, -1, Tuning::standard));
     state.counters["shapes"] = static_cast<double>(shapes);
 }
-BENCHMARK(BM_MemoHit)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond)->Repetitions(5)->ReportAggregatesOnly(true);
+BENCHMARK(BM_MemoHit)
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMicrosecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly(true);
 
 void BM_PositionFromMemoryCache(benchmark::State& state) {
-    PositionRequest request{Note::G, "major", 0, {"E", "A", "D", "G", "B", "E"}, {}, {3, -1, -1, -1, -1, -1}, true};
+    PositionRequest request{
+        Note::G, "major", 0, {"E", "A", "D", "G", "B", "E"}, {}, {3, -1, -1, -1, -1, -1}, true};
     resolvePosition(request);
-    for (auto _ : state) benchmark::DoNotOptimize(resolvePosition(request));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(resolvePosition(request));
 }
 BENCHMARK(BM_PositionFromMemoryCache)->Unit(benchmark::kMicrosecond);
 

@@ -63,14 +63,15 @@ void BM_QueryLatency(benchmark::State& state) {
             const auto start = std::chrono::steady_clock::now();
             auto hits = (*index)->search(query, 10);
             benchmark::DoNotOptimize(hits);
-            micros.push_back(std::chrono::duration<double, std::micro>(
-                                 std::chrono::steady_clock::now() - start)
-                                 .count());
+            micros.push_back(
+                std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
+                    .count());
         }
     }
     std::sort(micros.begin(), micros.end());
     const auto at = [&](double share) {
-        return micros[std::min(micros.size() - 1, static_cast<std::size_t>(share * static_cast<double>(micros.size())))];
+        return micros[std::min(micros.size() - 1, static_cast<std::size_t>(
+                                                      share * static_cast<double>(micros.size())))];
     };
     state.counters["queries"] = static_cast<double>(micros.size());
     state.counters["median_us"] = at(0.5);

@@ -46,7 +46,9 @@ tl::expected<Chord, Error> decodeChord(const Json& json) {
 
 } // namespace
 
-tl::expected<Chord, Error> chordFromJson(const nlohmann::json& json) { return decodeChord(json); }
+tl::expected<Chord, Error> chordFromJson(const nlohmann::json& json) {
+    return decodeChord(json);
+}
 
 tl::expected<Chord, Error> chordFromJson(const nlohmann::ordered_json& json) {
     return decodeChord(json);

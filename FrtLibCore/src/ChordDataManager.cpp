@@ -2,9 +2,8 @@
 
 #include "fq/core/Diagnostics.h"
 #include "fq/core/Spelling.h"
-#include "fq/resources/fq_FrtLibCore.h"
-
 #include "fq/core/Text.h"
+#include "fq/resources/fq_FrtLibCore.h"
 
 #include <algorithm>
 #include <bit>
@@ -29,22 +28,32 @@ constexpr int x = -1;
 std::vector<PriorityRow> priorityTable() {
     using N = Note;
     return {
-        {N::C, "major", {{x, 3, 2, 0, 1, 0}, {x, 3, 2, 0, 1, 3}, {x, 3, 5, 5, 5, 3}, {8, 10, 10, 9, 8, 8}}},
+        {N::C,
+         "major",
+         {{x, 3, 2, 0, 1, 0}, {x, 3, 2, 0, 1, 3}, {x, 3, 5, 5, 5, 3}, {8, 10, 10, 9, 8, 8}}},
         {N::C, "minor", {{x, 3, 5, 5, 4, 3}, {8, 10, 10, 8, 8, 8}}},
         {N::C, "9", {{x, 3, 2, 3, 3, 0}}},
-        {N::D, "major", {{x, x, 0, 2, 3, 2}, {x, 5, 4, 2, 3, 2}, {x, 5, 7, 7, 7, 5}, {10, 12, 12, 11, 10, 10}}},
+        {N::D,
+         "major",
+         {{x, x, 0, 2, 3, 2}, {x, 5, 4, 2, 3, 2}, {x, 5, 7, 7, 7, 5}, {10, 12, 12, 11, 10, 10}}},
         {N::D, "minor", {{x, x, 0, 2, 3, 1}, {x, 5, 7, 7, 6, 5}}},
         {N::E, "major", {{0, 2, 2, 1, 0, 0}}},
         {N::E, "minor", {{0, 2, 2, 0, 0, 0}}},
-        {N::F, "major", {{1, 3, 3, 2, 1, 1}, {x, x, 3, 2, 1, 1}, {x, 8, 7, 5, 6, 5}, {x, 8, 10, 10, 10, 8}}},
+        {N::F,
+         "major",
+         {{1, 3, 3, 2, 1, 1}, {x, x, 3, 2, 1, 1}, {x, 8, 7, 5, 6, 5}, {x, 8, 10, 10, 10, 8}}},
         {N::F, "major 7th", {{x, x, 3, 2, 1, 0}, {1, 3, 2, 2, 1, 1}, {x, x, 3, 5, 5, 5}}},
         {N::F, "minor major 7th", {{1, 3, 2, 1, 1, 1}}},
-        {N::G, "major", {{3, 2, 0, 0, 0, 3}, {3, 2, 0, 0, 3, 3}, {3, 5, 5, 4, 3, 3}, {x, 10, 12, 12, 12, 10}}},
+        {N::G,
+         "major",
+         {{3, 2, 0, 0, 0, 3}, {3, 2, 0, 0, 3, 3}, {3, 5, 5, 4, 3, 3}, {x, 10, 12, 12, 12, 10}}},
         {N::G, "minor", {{x, x, 5, 3, 3, 3}}},
         {N::G, "dominant 7th", {{3, 2, 0, 0, 0, 1}}},
         {N::A, "major", {{x, 0, 2, 2, 2, 0}, {5, 7, 7, 6, 5, 5}}},
         {N::B, "minor", {{x, 2, 4, 4, 3, 2}, {7, 9, 9, 7, 7, 7}}},
-        {N::Ds, "major", {{x, x, 1, 3, 4, 3}, {x, 6, 5, 0, 4, 6}, {x, 6, 8, 8, 8, 6}, {11, 13, 13, 12, 11, 11}}},
+        {N::Ds,
+         "major",
+         {{x, x, 1, 3, 4, 3}, {x, 6, 5, 0, 4, 6}, {x, 6, 8, 8, 8, 6}, {11, 13, 13, 12, 11, 11}}},
         {N::As, "major", {{x, 1, 3, 3, 3, 1}, {6, 8, 8, 7, 6, 6}, {x, 13, 12, 10, 11, 10}}},
         {N::As, "dominant 7th", {{x, 1, 3, 1, 3, 1}}},
         {N::As, "major 7th", {{x, 1, 3, 2, 3, 1}, {6, 8, 7, 7, 6, 6}}},
@@ -156,7 +165,8 @@ tl::expected<std::vector<ChordData>, Error> parseChordCatalogue(std::string_view
         }
         const auto& others = otherNames->get_ref<const std::string&>();
         if (!others.empty())
-            for (auto piece : text::split(others, ',')) data.otherNames.emplace_back(piece);
+            for (auto piece : text::split(others, ','))
+                data.otherNames.emplace_back(piece);
         catalogue.push_back(std::move(data));
     }
     return catalogue;
@@ -190,7 +200,9 @@ const Chord* ChordDataManager::chord(std::string_view alias) const {
     return found == aliasIndex_.end() ? nullptr : &registered_[found->second];
 }
 
-std::span<const std::string_view> ChordDataManager::allRootNotes() { return rootNotes; }
+std::span<const std::string_view> ChordDataManager::allRootNotes() {
+    return rootNotes;
+}
 
 void ChordDataManager::buildDictionary() {
     aliasIndex_.reserve(32768);
@@ -201,7 +213,8 @@ void ChordDataManager::buildDictionary() {
         for (const auto& data : catalogue_) {
             if (data.notes.empty() || !note) continue;
             std::uint16_t set = 0;
-            for (int interval : data.notes) set |= static_cast<std::uint16_t>(1u << ((rootPosition + interval) % 12));
+            for (int interval : data.notes)
+                set |= static_cast<std::uint16_t>(1u << ((rootPosition + interval) % 12));
             const auto degrees = dictionaryDegrees(data.formula);
             for (std::size_t variant = 0; variant < data.notes.size(); ++variant) {
                 if (variant > 0 && variant >= degrees.size()) break;
@@ -209,8 +222,9 @@ void ChordDataManager::buildDictionary() {
                 registered_.push_back(Chord{*note, data.title, static_cast<int>(variant)});
                 aliasesPerChord_.push_back(0);
                 pitches.push_back({set, (rootPosition + data.notes[variant]) % 12});
-                const auto bass = variant == 0 ? std::string()
-                                               : dictionaryBass(data.notes[variant], degrees[variant], root);
+                const auto bass = variant == 0
+                                      ? std::string()
+                                      : dictionaryBass(data.notes[variant], degrees[variant], root);
                 registerAliases(root, data, index, bass);
             }
         }
@@ -241,15 +255,18 @@ void ChordDataManager::registerAliases(std::string_view root, const ChordData& d
     };
     store(join(root, data.title, slash));
     store(join(root, data.shortTitle, slash));
-    for (const auto& other : data.otherNames) store(join(root, other, slash));
+    for (const auto& other : data.otherNames)
+        store(join(root, other, slash));
 
     // People type "Bb7" and "C#m": the short forms get ASCII twins.
-    for (const auto& [sign, ascii] : {std::pair<std::string_view, std::string_view>{"♭", "b"}, {"♯", "#"}}) {
+    for (const auto& [sign, ascii] :
+         {std::pair<std::string_view, std::string_view>{"♭", "b"}, {"♯", "#"}}) {
         if (!root.ends_with(sign)) continue;
         const auto asciiRoot = withSign(root, sign, ascii);
         const auto asciiSlash = withSign(slash, sign, ascii);
         store(join(asciiRoot, data.shortTitle, asciiSlash));
-        for (const auto& other : data.otherNames) store(join(asciiRoot, other, asciiSlash));
+        for (const auto& other : data.otherNames)
+            store(join(asciiRoot, other, asciiSlash));
     }
 }
 
@@ -279,11 +296,13 @@ std::vector<std::string> ChordDataManager::notes(Note root, std::string_view cho
     return spelled;
 }
 
-std::vector<std::string> ChordDataManager::intervalNames(std::string_view chordType, int variant) const {
+std::vector<std::string> ChordDataManager::intervalNames(std::string_view chordType,
+                                                         int variant) const {
     const auto* data = chordData(chordType);
     if (!data) return {};
     std::vector<std::string> names;
-    for (const auto token : text::split(data->formula, '-')) names.emplace_back(intervalName(token));
+    for (const auto token : text::split(data->formula, '-'))
+        names.emplace_back(intervalName(token));
     const auto count = static_cast<int>(names.size());
     const auto shift = ((variant % count) + count) % count;
     std::rotate(names.begin(), names.begin() + shift, names.end());
@@ -293,7 +312,8 @@ std::vector<std::string> ChordDataManager::intervalNames(std::string_view chordT
 std::vector<std::string> ChordDataManager::rootedIntervalNames(std::string_view chordType,
                                                                int variant) const {
     auto names = intervalNames(chordType, variant);
-    for (auto& name : names) name = text::replaceAll(name, "Unison", "Root");
+    for (auto& name : names)
+        name = text::replaceAll(name, "Unison", "Root");
     return names;
 }
 
@@ -313,13 +333,15 @@ std::string ChordDataManager::name(Note root, std::string_view chordType, int va
     return result;
 }
 
-std::string ChordDataManager::shortestName(Note root, std::string_view chordType, int variant) const {
+std::string ChordDataManager::shortestName(Note root, std::string_view chordType,
+                                           int variant) const {
     const auto* data = chordData(chordType);
     if (!data) return {};
     const std::string rootText(rawValue(root));
     std::vector<std::string> candidates{rootText + (data->includesSpace ? " " : "") + data->title,
                                         rootText + data->title, rootText + data->shortTitle};
-    for (const auto& other : data->otherNames) candidates.push_back(rootText + other);
+    for (const auto& other : data->otherNames)
+        candidates.push_back(rootText + other);
     const auto shortest = std::min_element(
         candidates.begin(), candidates.end(), [](const std::string& a, const std::string& b) {
             return text::characterCount(a) < text::characterCount(b);
@@ -340,13 +362,15 @@ std::vector<std::string> ChordDataManager::aliases(Note root, std::string_view c
 
     std::vector<std::string> suffixes;
     const auto addSuffix = [&](const std::string& suffix) {
-        if (!suffix.empty() && std::find(suffixes.begin(), suffixes.end(), suffix) == suffixes.end())
+        if (!suffix.empty() &&
+            std::find(suffixes.begin(), suffixes.end(), suffix) == suffixes.end())
             suffixes.push_back(suffix);
     };
     addSuffix(data->title);
     addSuffix(data->shortTitle);
     addSuffix((data->includesSpace ? " " : "") + data->title);
-    for (const auto& other : data->otherNames) addSuffix(other);
+    for (const auto& other : data->otherNames)
+        addSuffix(other);
 
     const auto bassNote = bass(root, *data, variant);
     std::vector<std::string> result;
@@ -400,8 +424,10 @@ std::vector<Chord> ChordDataManager::similarChords(std::string_view notesText) c
         const auto set = dictionaryPitches_[i].set;
         const int difference = std::abs(std::popcount(set) - wantedCount);
         std::optional<int> score;
-        if ((set & wanted) == wanted) score = difference; // superset, or equal at 0
-        else if ((set & wanted) == set) score = 100 + difference;
+        if ((set & wanted) == wanted)
+            score = difference; // superset, or equal at 0
+        else if ((set & wanted) == set)
+            score = 100 + difference;
         if (score) ranked.push_back({*score, commonTypeRank(chord.chordType), &chord});
     }
     std::stable_sort(ranked.begin(), ranked.end(), [](const Ranked& a, const Ranked& b) {
@@ -411,7 +437,8 @@ std::vector<Chord> ChordDataManager::similarChords(std::string_view notesText) c
     });
     std::vector<Chord> result;
     result.reserve(ranked.size());
-    for (const auto& entry : ranked) result.push_back(*entry.chord);
+    for (const auto& entry : ranked)
+        result.push_back(*entry.chord);
     return result;
 }
 

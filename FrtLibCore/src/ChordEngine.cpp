@@ -29,7 +29,9 @@ constexpr int muted = -1;
 using Frets = std::array<int, 6>; // index 0 is the highest string
 using Mask = std::uint16_t;
 
-Mask bit(int pitchClass) { return static_cast<Mask>(1u << pitchClass); }
+Mask bit(int pitchClass) {
+    return static_cast<Mask>(1u << pitchClass);
+}
 
 int indexInRows(std::string_view name, std::initializer_list<SpellingRow> order) {
     for (const auto row : order) {
@@ -43,7 +45,8 @@ int indexInRows(std::string_view name, std::initializer_list<SpellingRow> order)
 /// Six frets in one word, five bits a string, so that shapes hash and compare cheaply.
 std::uint32_t pack(const Frets& frets) {
     std::uint32_t key = 0;
-    for (int fret : frets) key = (key << 5) | static_cast<std::uint32_t>(fret + 1);
+    for (int fret : frets)
+        key = (key << 5) | static_cast<std::uint32_t>(fret + 1);
     return key;
 }
 
@@ -93,7 +96,7 @@ struct Chord {
 };
 
 struct Strings {
-    std::array<int, 6> open{};        ///< position of the open note in the rows
+    std::array<int, 6> open{};         ///< position of the open note in the rows
     std::array<bool, 6> openInChord{}; ///< the open note as written is a chord note
 };
 
@@ -105,7 +108,8 @@ public:
     std::vector<ChordPosition> run() {
         for (int span : {2, 3, 4}) {
             const int last = span == 2 ? 0 : 12;
-            for (int start = 0; start <= last && !done_; ++start) window(start, span);
+            for (int start = 0; start <= last && !done_; ++start)
+                window(start, span);
             if (done_) break;
         }
         auto result = lowestStringFirst(first_);
@@ -144,14 +148,17 @@ private:
             add(muted);
             for (int j = 0; j < span; ++j) {
                 const int pc = pitchAt(s, start + j);
-                if (pc >= 0 && (chord_.notes & bit(pc))) add(start + j);
-                else if (strings_.openInChord[static_cast<std::size_t>(s)]) add(0);
+                if (pc >= 0 && (chord_.notes & bit(pc)))
+                    add(start + j);
+                else if (strings_.openInChord[static_cast<std::size_t>(s)])
+                    add(0);
             }
         }
         reachable_[6] = 0;
         for (int s = 5; s >= 0; --s)
             reachable_[static_cast<std::size_t>(s)] =
-                reachable_[static_cast<std::size_t>(s + 1)] | candidates_[static_cast<std::size_t>(s)].notes;
+                reachable_[static_cast<std::size_t>(s + 1)] |
+                candidates_[static_cast<std::size_t>(s)].notes;
         Frets frets{};
         combine(0, 0, frets);
     }
@@ -164,18 +171,21 @@ private:
             return;
         }
         const Mask possible = sounding | reachable_[static_cast<std::size_t>(string)];
-        if ((possible & chord_.required) != chord_.required) return; // the strings left cannot supply a required note
+        if ((possible & chord_.required) != chord_.required)
+            return; // the strings left cannot supply a required note
         const auto& list = candidates_[static_cast<std::size_t>(string)];
         for (int i = 0; i < list.count && !done_; ++i) {
             const int fret = list.frets[static_cast<std::size_t>(i)];
             frets[static_cast<std::size_t>(string)] = fret;
-            combine(string + 1, fret == muted ? sounding : Mask(sounding | bit(pitchAt(string, fret))), frets);
+            combine(string + 1,
+                    fret == muted ? sounding : Mask(sounding | bit(pitchAt(string, fret))), frets);
         }
     }
 
     bool holdsBass(const Frets& frets) const {
         for (int s = 1; s < 6; ++s)
-            if (frets[static_cast<std::size_t>(s)] != muted && pitchAt(s, frets[static_cast<std::size_t>(s)]) == chord_.bass)
+            if (frets[static_cast<std::size_t>(s)] != muted &&
+                pitchAt(s, frets[static_cast<std::size_t>(s)]) == chord_.bass)
                 return true;
         return false;
     }
@@ -191,12 +201,16 @@ private:
             const int fret = combination[static_cast<std::size_t>(s)];
             const bool sounds = fret != muted;
             notesAbove[static_cast<std::size_t>(s + 1)] =
-                notesAbove[static_cast<std::size_t>(s)] | (sounds ? bit(pitchAt(s, fret)) : Mask(0));
-            lowestAbove[static_cast<std::size_t>(s + 1)] = sounds ? s : lowestAbove[static_cast<std::size_t>(s)];
+                notesAbove[static_cast<std::size_t>(s)] |
+                (sounds ? bit(pitchAt(s, fret)) : Mask(0));
+            lowestAbove[static_cast<std::size_t>(s + 1)] =
+                sounds ? s : lowestAbove[static_cast<std::size_t>(s)];
         }
         const int lowest = lowestAbove[6];
         if (lowest < 0) return;
-        const auto bassOf = [&](int s) { return pitchAt(s, combination[static_cast<std::size_t>(s)]); };
+        const auto bassOf = [&](int s) {
+            return pitchAt(s, combination[static_cast<std::size_t>(s)]);
+        };
         const int bass = bassOf(lowest);
         const Mask notes = notesAbove[6];
         consider(combination);
@@ -207,7 +221,8 @@ private:
             const int now = lowestAbove[static_cast<std::size_t>(s)];
             if (now < 0) break;
             // muting a muted string repeats the shape before it, which was considered already
-            if (wasSounding && bassOf(now) == bass && notesAbove[static_cast<std::size_t>(s)] == notes)
+            if (wasSounding && bassOf(now) == bass &&
+                notesAbove[static_cast<std::size_t>(s)] == notes)
                 consider(frets);
         }
     }
@@ -216,7 +231,8 @@ private:
     Mask sounding(const Frets& frets) const {
         Mask notes = 0;
         for (int s = 0; s < 6; ++s)
-            if (frets[static_cast<std::size_t>(s)] != muted) notes |= bit(pitchAt(s, frets[static_cast<std::size_t>(s)]));
+            if (frets[static_cast<std::size_t>(s)] != muted)
+                notes |= bit(pitchAt(s, frets[static_cast<std::size_t>(s)]));
         return notes;
     }
 
@@ -224,14 +240,17 @@ private:
         if (!seen_.insert(pack(frets))) return;
         int bassString = -1;
         for (int s = 5; s >= 1 && bassString < 0; --s)
-            if (frets[static_cast<std::size_t>(s)] != muted && pitchAt(s, frets[static_cast<std::size_t>(s)]) == chord_.bass)
+            if (frets[static_cast<std::size_t>(s)] != muted &&
+                pitchAt(s, frets[static_cast<std::size_t>(s)]) == chord_.bass)
                 bassString = s;
         if (bassString < 0) return;
-        for (int s = bassString + 1; s < 6; ++s) frets[static_cast<std::size_t>(s)] = muted;
+        for (int s = bassString + 1; s < 6; ++s)
+            frets[static_cast<std::size_t>(s)] = muted;
         if ((sounding(frets) & chord_.required) != chord_.required) return;
         if (!tested_.insert(pack(frets))) return;
 
-        const std::array<int, 6> lowFirst{frets[5], frets[4], frets[3], frets[2], frets[1], frets[0]};
+        const std::array<int, 6> lowFirst{frets[5], frets[4], frets[3],
+                                          frets[2], frets[1], frets[0]};
         auto fingers = ChordEngine::fingering(lowFirst);
         for (std::size_t s = 0; s < fingers.size(); ++s)
             if (lowFirst[s] > 0 && fingers[s] == 0) return;
@@ -280,8 +299,9 @@ std::string ChordEngine::memoKey(std::string_view root, std::span<const int> int
                        joined(tuning), chordShapeGeneratorVersion, appVersion(), appBuild());
 }
 
-std::vector<ChordPosition> ChordEngine::chordPositions(std::string_view root, std::span<const int> intervals,
-                                                       int limit, std::span<const std::string_view> tuning) const {
+std::vector<ChordPosition>
+ChordEngine::chordPositions(std::string_view root, std::span<const int> intervals, int limit,
+                            std::span<const std::string_view> tuning) const {
     const auto key = memoKey(root, intervals, limit, tuning);
     if (memo_) {
         if (const auto stored = memo_->data(key)) {
@@ -315,8 +335,9 @@ std::vector<ChordPosition> ChordEngine::chordPositions(std::string_view root, st
     const auto& plain = spellingRow(SpellingRow::regular);
     for (int s = 0; s < 6; ++s) {
         const auto written = tuning[static_cast<std::size_t>(5 - s)];
-        const int o = indexInRows(written, {SpellingRow::regular, SpellingRow::sharp, SpellingRow::flat,
-                                            SpellingRow::doubleSharp, SpellingRow::doubleFlat});
+        const int o =
+            indexInRows(written, {SpellingRow::regular, SpellingRow::sharp, SpellingRow::flat,
+                                  SpellingRow::doubleSharp, SpellingRow::doubleFlat});
         if (o < 0) return {};
         strings.open[static_cast<std::size_t>(s)] = o;
         // only a name of the plain row can equal a chord note

@@ -4,7 +4,8 @@ namespace fq::core {
 
 nlohmann::ordered_json toJson(std::span<const ChordPosition> positions) {
     auto array = nlohmann::ordered_json::array();
-    for (const auto& p : positions) array.push_back({{"position", p.position}, {"fingering", p.fingering}});
+    for (const auto& p : positions)
+        array.push_back({{"position", p.position}, {"fingering", p.fingering}});
     return array;
 }
 
@@ -40,9 +41,12 @@ public:
         return true;
     }
     bool key(string_t& name) override {
-        if (name == "position") current_ = &positions.back().position, seen_ |= 1;
-        else if (name == "fingering") current_ = &positions.back().fingering, seen_ |= 2;
-        else return fail();
+        if (name == "position")
+            current_ = &positions.back().position, seen_ |= 1;
+        else if (name == "fingering")
+            current_ = &positions.back().fingering, seen_ |= 2;
+        else
+            return fail();
         return true;
     }
     bool end_object() override {
@@ -79,13 +83,15 @@ private:
 
 } // namespace
 
-tl::expected<std::vector<ChordPosition>, Error> decodeChordPositions(std::span<const std::uint8_t> bytes) {
+tl::expected<std::vector<ChordPosition>, Error>
+decodeChordPositions(std::span<const std::uint8_t> bytes) {
     PositionsReader reader;
     reader.positions.reserve(bytes.size() / 50); // a shape takes about 55 bytes
     const bool parsed = nlohmann::json::sax_parse(bytes.begin(), bytes.end(), &reader,
                                                   nlohmann::json::input_format_t::json, false);
     if (!parsed || !reader.wellFormed)
-        return tl::unexpected(Error{"A stored shape list must be an array of {\"position\": six frets, \"fingering\": fingers}"});
+        return tl::unexpected(Error{"A stored shape list must be an array of {\"position\": six "
+                                    "frets, \"fingering\": fingers}"});
     return std::move(reader.positions);
 }
 

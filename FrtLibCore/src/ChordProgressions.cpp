@@ -1,8 +1,8 @@
 #include "fq/core/ChordProgressions.h"
 
-#include "fq/core/Text.h"
 #include "fq/core/Diagnostics.h"
 #include "fq/core/Spelling.h"
+#include "fq/core/Text.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,8 @@
 #include "fq/core/ChordTexts.h"
 
 #include "fq/core/ChordDataManager.h"
-#include "fq/resources/fq_FrtLibCore.h"
-
 #include "fq/core/Text.h"
+#include "fq/resources/fq_FrtLibCore.h"
 
 #include <nlohmann/json.hpp>
 
@@ -44,7 +43,9 @@ std::string_view lookUp(const TextMap& map, std::string_view key) {
 
 } // namespace
 
-std::string_view chordMood(std::string_view chordType) { return lookUp(texts().mood, chordType); }
+std::string_view chordMood(std::string_view chordType) {
+    return lookUp(texts().mood, chordType);
+}
 
 std::string_view chordGenres(std::string_view chordType) {
     return lookUp(texts().genres, chordType);

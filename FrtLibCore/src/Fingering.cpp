@@ -27,17 +27,29 @@ struct Hand {
     }
 };
 
-bool adjacent(int a, int b) { return b - a == 1; }
+bool adjacent(int a, int b) {
+    return b - a == 1;
+}
 bool allAdjacent(const Group& g) {
     for (std::size_t i = 1; i < g.size(); ++i)
         if (!adjacent(g[i - 1], g[i])) return false;
     return true;
 }
-bool firstPairAdjacent(const Group& g) { return adjacent(g[0], g[1]); }
-bool lastPairAdjacent(const Group& g) { return adjacent(g[1], g[2]); }
-bool onlyFirstPairAdjacent(const Group& g) { return firstPairAdjacent(g) && !lastPairAdjacent(g); }
-bool onlyLastPairAdjacent(const Group& g) { return !firstPairAdjacent(g) && lastPairAdjacent(g); }
-bool neitherPairAdjacent(const Group& g) { return !firstPairAdjacent(g) && !lastPairAdjacent(g); }
+bool firstPairAdjacent(const Group& g) {
+    return adjacent(g[0], g[1]);
+}
+bool lastPairAdjacent(const Group& g) {
+    return adjacent(g[1], g[2]);
+}
+bool onlyFirstPairAdjacent(const Group& g) {
+    return firstPairAdjacent(g) && !lastPairAdjacent(g);
+}
+bool onlyLastPairAdjacent(const Group& g) {
+    return !firstPairAdjacent(g) && lastPairAdjacent(g);
+}
+bool neitherPairAdjacent(const Group& g) {
+    return !firstPairAdjacent(g) && !lastPairAdjacent(g);
+}
 
 void assignLowest(Hand& hand, const Group& r0, bool gap, std::size_t others) {
     switch (r0.size()) {
@@ -45,16 +57,23 @@ void assignLowest(Hand& hand, const Group& r0, bool gap, std::size_t others) {
         hand.put(r0, {1});
         break;
     case 2:
-        if (!allAdjacent(r0) && gap) hand.put(r0, {1, 2});
-        else if (others > 2) hand.put(r0, {1, 1});
-        else hand.put(r0, {1, 2});
+        if (!allAdjacent(r0) && gap)
+            hand.put(r0, {1, 2});
+        else if (others > 2)
+            hand.put(r0, {1, 1});
+        else
+            hand.put(r0, {1, 2});
         break;
     case 3:
         if (!allAdjacent(r0)) {
-            if (!gap) hand.put(r0, {1, 1, 1});
-            else if (onlyLastPairAdjacent(r0)) hand.put(r0, {1, 2, 2});
-            else if (onlyFirstPairAdjacent(r0)) hand.put(r0, {1, 1, 2});
-            else hand.put(r0, {1, 2, 3});
+            if (!gap)
+                hand.put(r0, {1, 1, 1});
+            else if (onlyLastPairAdjacent(r0))
+                hand.put(r0, {1, 2, 2});
+            else if (onlyFirstPairAdjacent(r0))
+                hand.put(r0, {1, 1, 2});
+            else
+                hand.put(r0, {1, 2, 3});
         } else if (others == 0) {
             hand.put(r0, {1, 2, 3});
         } else {
@@ -62,8 +81,10 @@ void assignLowest(Hand& hand, const Group& r0, bool gap, std::size_t others) {
         }
         break;
     case 4:
-        if (!gap) hand.put(r0, {1, 1, 1, 1});
-        else hand.put(r0, {1, 2, 3, 4});
+        if (!gap)
+            hand.put(r0, {1, 1, 1, 1});
+        else
+            hand.put(r0, {1, 2, 3, 4});
         break;
     default:
         break; // five or six strings at the lowest fret: no grip
@@ -105,19 +126,28 @@ bool assignTwoAbove(Hand& hand, const Group& r2) {
     const auto free = [&](int f) { return hand.isFree(f); };
     switch (r2.size()) {
     case 1:
-        if (free(3)) hand.put(r2, {3});
-        else if (free(4)) hand.put(r2, {4});
-        else if (free(2)) hand.put(r2, {2});
+        if (free(3))
+            hand.put(r2, {3});
+        else if (free(4))
+            hand.put(r2, {4});
+        else if (free(2))
+            hand.put(r2, {2});
         break;
     case 2:
         if (allAdjacent(r2)) {
-            if (free(3) && free(4)) hand.put(r2, {3, 4});
-            else if (!free(4) && free(3)) hand.put(r2, {3, 3});
-            else if (!free(3) && free(2)) hand.put(r2, {2, 2});
-            else if (!free(2) && !free(3) && free(1)) hand.put(r2, {1, 1});
+            if (free(3) && free(4))
+                hand.put(r2, {3, 4});
+            else if (!free(4) && free(3))
+                hand.put(r2, {3, 3});
+            else if (!free(3) && free(2))
+                hand.put(r2, {2, 2});
+            else if (!free(2) && !free(3) && free(1))
+                hand.put(r2, {1, 1});
         } else {
-            if (free(3) && free(4)) hand.put(r2, {3, 4});
-            else if (!free(4) && free(2) && free(3)) hand.put(r2, {2, 3});
+            if (free(3) && free(4))
+                hand.put(r2, {3, 4});
+            else if (!free(4) && free(2) && free(3))
+                hand.put(r2, {2, 3});
         }
         break;
     case 3:
@@ -128,16 +158,24 @@ bool assignTwoAbove(Hand& hand, const Group& r2) {
             }
             if (free(4)) hand.put(r2, {4, 4, 4});
         } else if (neitherPairAdjacent(r2)) {
-            if (free(2) && free(3) && free(4)) hand.put(r2, {2, 3, 4});
-            else if (free(2) && free(3) && !free(4) && free(1)) hand.put(r2, {1, 2, 3});
+            if (free(2) && free(3) && free(4))
+                hand.put(r2, {2, 3, 4});
+            else if (free(2) && free(3) && !free(4) && free(1))
+                hand.put(r2, {1, 2, 3});
         } else if (onlyFirstPairAdjacent(r2)) {
-            if (free(3) && free(4)) hand.put(r2, {3, 3, 4});
-            else if (!free(4) && free(2) && free(3)) hand.put(r2, {2, 2, 3});
-            else if (!free(3) && free(1) && free(2)) hand.put(r2, {1, 1, 2});
+            if (free(3) && free(4))
+                hand.put(r2, {3, 3, 4});
+            else if (!free(4) && free(2) && free(3))
+                hand.put(r2, {2, 2, 3});
+            else if (!free(3) && free(1) && free(2))
+                hand.put(r2, {1, 1, 2});
         } else {
-            if (free(3) && free(4)) hand.put(r2, {3, 4, 4});
-            else if (!free(4) && free(2) && free(3)) hand.put(r2, {2, 3, 3});
-            else if (!free(3) && free(1) && free(2)) hand.put(r2, {1, 2, 2});
+            if (free(3) && free(4))
+                hand.put(r2, {3, 4, 4});
+            else if (!free(4) && free(2) && free(3))
+                hand.put(r2, {2, 3, 3});
+            else if (!free(3) && free(1) && free(2))
+                hand.put(r2, {1, 2, 2});
         }
         break;
     default:
@@ -179,14 +217,18 @@ void assignOneAbove(Hand& hand, const Group& r1, const Group& r2, const Group& r
                 }
             }
         } else {
-            if (free(2) && free(3)) hand.put(r1, {2, 3});
-            else if (!free(3) && free(1) && free(2)) hand.put(r1, {1, 2});
+            if (free(2) && free(3))
+                hand.put(r1, {2, 3});
+            else if (!free(3) && free(1) && free(2))
+                hand.put(r1, {1, 2});
         }
         break;
     case 3:
         if (allAdjacent(r1)) {
-            if (free(2)) hand.put(r1, {2, 2, 2});
-            else if (free(3)) hand.put(r1, {3, 3, 3});
+            if (free(2))
+                hand.put(r1, {2, 2, 2});
+            else if (free(3))
+                hand.put(r1, {3, 3, 3});
         } else if (free(2) && free(3) && free(4)) {
             hand.put(r1, {2, 3, 4});
         } else if (onlyFirstPairAdjacent(r1) && free(2) && free(3)) {

@@ -13,21 +13,21 @@ struct NoteRow {
 };
 
 constexpr std::array<NoteRow, noteCount> noteTable{{
-    {Note::C, "C", 48},        {Note::D, "D", 50},        {Note::E, "E", 40},
-    {Note::F, "F", 41},        {Note::G, "G", 43},        {Note::A, "A", 45},
-    {Note::B, "B", 47},        {Note::Cs, "C♯", 49},      {Note::Ds, "D♯", 51},
-    {Note::Es, "E♯", 41},      {Note::Fs, "F♯", 42},      {Note::Gs, "G♯", 44},
-    {Note::As, "A♯", 46},      {Note::Bs, "B♯", 48},      {Note::Cf, "C♭", 47},
-    {Note::Df, "D♭", 49},      {Note::Ef, "E♭", 51},      {Note::Ff, "F♭", 40},
-    {Note::Gf, "G♭", 42},      {Note::Af, "A♭", 44},      {Note::Bf, "B♭", 46},
-    {Note::Cds, "C𝄪", 50},     {Note::Csds, "C♯𝄪", 51},   {Note::Dds, "D𝄪", 52},
-    {Note::Dsds, "D♯𝄪", 53},   {Note::Eds, "E𝄪", 42},     {Note::Fds, "F𝄪", 43},
-    {Note::Fsds, "F♯𝄪", 44},   {Note::Gds, "G𝄪", 45},     {Note::Gsds, "G♯𝄪", 46},
-    {Note::Ads, "A𝄪", 47},     {Note::Asds, "A♯𝄪", 48},   {Note::Bds, "B𝄪", 49},
-    {Note::Cdf, "C♭♭", 46},    {Note::Dfdf, "D♭♭♭", 47},  {Note::Ddf, "D♭♭", 48},
-    {Note::Efdf, "E♭♭♭", 49},  {Note::Edf, "E♭♭", 50},    {Note::Fdf, "F♭♭", 51},
-    {Note::Gfdf, "G♭♭♭", 40},  {Note::Gdf, "G♭♭", 41},    {Note::Afdf, "A♭♭♭", 42},
-    {Note::Adf, "A♭♭", 43},    {Note::Bfdf, "B♭♭♭", 44},  {Note::Bdf, "B♭♭", 45},
+    {Note::C, "C", 48},       {Note::D, "D", 50},       {Note::E, "E", 40},
+    {Note::F, "F", 41},       {Note::G, "G", 43},       {Note::A, "A", 45},
+    {Note::B, "B", 47},       {Note::Cs, "C♯", 49},     {Note::Ds, "D♯", 51},
+    {Note::Es, "E♯", 41},     {Note::Fs, "F♯", 42},     {Note::Gs, "G♯", 44},
+    {Note::As, "A♯", 46},     {Note::Bs, "B♯", 48},     {Note::Cf, "C♭", 47},
+    {Note::Df, "D♭", 49},     {Note::Ef, "E♭", 51},     {Note::Ff, "F♭", 40},
+    {Note::Gf, "G♭", 42},     {Note::Af, "A♭", 44},     {Note::Bf, "B♭", 46},
+    {Note::Cds, "C𝄪", 50},    {Note::Csds, "C♯𝄪", 51},  {Note::Dds, "D𝄪", 52},
+    {Note::Dsds, "D♯𝄪", 53},  {Note::Eds, "E𝄪", 42},    {Note::Fds, "F𝄪", 43},
+    {Note::Fsds, "F♯𝄪", 44},  {Note::Gds, "G𝄪", 45},    {Note::Gsds, "G♯𝄪", 46},
+    {Note::Ads, "A𝄪", 47},    {Note::Asds, "A♯𝄪", 48},  {Note::Bds, "B𝄪", 49},
+    {Note::Cdf, "C♭♭", 46},   {Note::Dfdf, "D♭♭♭", 47}, {Note::Ddf, "D♭♭", 48},
+    {Note::Efdf, "E♭♭♭", 49}, {Note::Edf, "E♭♭", 50},   {Note::Fdf, "F♭♭", 51},
+    {Note::Gfdf, "G♭♭♭", 40}, {Note::Gdf, "G♭♭", 41},   {Note::Afdf, "A♭♭♭", 42},
+    {Note::Adf, "A♭♭", 43},   {Note::Bfdf, "B♭♭♭", 44}, {Note::Bdf, "B♭♭", 45},
 }};
 
 constexpr bool tableFollowsDeclaredOrder() {
@@ -39,7 +39,8 @@ static_assert(tableFollowsDeclaredOrder());
 
 constexpr std::array<Note, noteCount> makeAllNotes() {
     std::array<Note, noteCount> notes{};
-    for (std::size_t i = 0; i < noteCount; ++i) notes[i] = noteTable[i].note;
+    for (std::size_t i = 0; i < noteCount; ++i)
+        notes[i] = noteTable[i].note;
     return notes;
 }
 constexpr std::array<Note, noteCount> allNotesInOrder = makeAllNotes();
@@ -61,7 +62,7 @@ constexpr std::array<N, 2> sameAsAs{N::Bf, N::Gsds};
 constexpr std::array<N, 3> sameAsBs{N::C, N::Asds, N::Ddf};
 
 constexpr std::array<std::span<const Note>, 14> enharmonics{
-    sameAsC, sameAsD, sameAsE, sameAsF, sameAsG, sameAsA, sameAsB,
+    sameAsC,  sameAsD,  sameAsE,  sameAsF,  sameAsG,  sameAsA,  sameAsB,
     sameAsCs, sameAsDs, sameAsEs, sameAsFs, sameAsGs, sameAsAs, sameAsBs,
 };
 
@@ -85,9 +86,13 @@ std::optional<Enum> caseOf(const Values& values, const Value& raw) {
 
 } // namespace
 
-std::span<const Note, noteCount> allNotes() { return allNotesInOrder; }
+std::span<const Note, noteCount> allNotes() {
+    return allNotesInOrder;
+}
 
-std::string_view rawValue(Note note) { return noteTable[static_cast<std::size_t>(note)].raw; }
+std::string_view rawValue(Note note) {
+    return noteTable[static_cast<std::size_t>(note)].raw;
+}
 
 std::optional<Note> noteFromRawValue(std::string_view raw) {
     for (const auto& row : noteTable)
@@ -99,21 +104,28 @@ std::optional<Note> noteFromTypedName(std::string_view text) {
     if (text.empty()) return std::nullopt;
     std::string name(text.substr(0, 1));
     for (const char c : text.substr(1)) {
-        if (c == '#') name += "♯";
-        else if (c == 'b') name += "♭";
-        else name += c;
+        if (c == '#')
+            name += "♯";
+        else if (c == 'b')
+            name += "♭";
+        else
+            name += c;
     }
     return noteFromRawValue(name);
 }
 
-int baseNoteNumber(Note note) { return noteTable[static_cast<std::size_t>(note)].base; }
+int baseNoteNumber(Note note) {
+    return noteTable[static_cast<std::size_t>(note)].base;
+}
 
 std::span<const Note> equalSpellings(Note note) {
     const auto index = static_cast<std::size_t>(note);
     return index < enharmonics.size() ? enharmonics[index] : std::span<const Note>{};
 }
 
-double rawValue(NoteDuration duration) { return durationValues[static_cast<std::size_t>(duration)]; }
+double rawValue(NoteDuration duration) {
+    return durationValues[static_cast<std::size_t>(duration)];
+}
 
 std::optional<NoteDuration> noteDurationFromRawValue(double raw) {
     return caseOf<NoteDuration>(durationValues, raw);

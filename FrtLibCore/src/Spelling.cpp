@@ -12,7 +12,8 @@ using Twelve = std::array<std::string_view, 12>;
 
 constexpr SpellingRowEntries threeRounds(const Twelve& row) {
     SpellingRowEntries entries{};
-    for (std::size_t i = 0; i < entries.size(); ++i) entries[i] = row[i % row.size()];
+    for (std::size_t i = 0; i < entries.size(); ++i)
+        entries[i] = row[i % row.size()];
     return entries;
 }
 
@@ -21,13 +22,13 @@ constexpr std::array<SpellingRowEntries, 5> rows{
     threeRounds({"B♯", "C♯", "D", "D♯", "E", "E♯", "F♯", "G", "G♯", "A", "A♯", "B"}),
     threeRounds({"C", "D♭", "D", "E♭", "F♭", "F", "G♭", "G", "A♭", "A", "B♭", "C♭"}),
     threeRounds({"A♯𝄪", "B𝄪", "C𝄪", "C♯𝄪", "D𝄪", "D♯𝄪", "E𝄪", "F𝄪", "F♯𝄪", "G𝄪", "G♯𝄪", "A𝄪"}),
-    threeRounds({"D♭♭", "E♭♭♭", "E♭♭", "F♭♭", "G♭♭♭", "G♭♭", "A♭♭♭", "A♭♭", "B♭♭♭", "B♭♭", "C♭♭",
-                 "D♭♭♭"}),
+    threeRounds(
+        {"D♭♭", "E♭♭♭", "E♭♭", "F♭♭", "G♭♭♭", "G♭♭", "A♭♭♭", "A♭♭", "B♭♭♭", "B♭♭", "C♭♭", "D♭♭♭"}),
 };
 
-constexpr std::array<std::string_view, 21> letters{
-    "C", "D", "E", "F", "G", "A", "B", "C", "D", "E", "F", "G", "A", "B",
-    "C", "D", "E", "F", "G", "A", "B"};
+constexpr std::array<std::string_view, 21> letters{"C", "D", "E", "F", "G", "A", "B",
+                                                   "C", "D", "E", "F", "G", "A", "B",
+                                                   "C", "D", "E", "F", "G", "A", "B"};
 
 constexpr std::array<std::pair<std::string_view, std::string_view>, 39> intervalNames{{
     {"1", "Unison"},
@@ -71,14 +72,18 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 39> interval
     {"15", "Double Octave"},
 }};
 
-constexpr std::array<std::string_view, 12> midiNoteNames{"C", "C♯", "D", "D♯", "E", "F",
-                                                         "F♯", "G", "G♯", "A", "A♯", "B"};
+constexpr std::array<std::string_view, 12> midiNoteNames{"C",  "C♯", "D",  "D♯", "E",  "F",
+                                                         "F♯", "G",  "G♯", "A",  "A♯", "B"};
 
 } // namespace
 
-const SpellingRowEntries& spellingRow(SpellingRow row) { return rows[static_cast<std::size_t>(row)]; }
+const SpellingRowEntries& spellingRow(SpellingRow row) {
+    return rows[static_cast<std::size_t>(row)];
+}
 
-const std::array<std::string_view, 21>& naturalLetters() { return letters; }
+const std::array<std::string_view, 21>& naturalLetters() {
+    return letters;
+}
 
 std::optional<int> semitoneIndex(std::string_view name) {
     for (int position = 0; position < 12; ++position)
@@ -89,8 +94,8 @@ std::optional<int> semitoneIndex(std::string_view name) {
 
 std::optional<int> pitchOfTypedNote(std::string_view token) {
     auto name = text::replaceAll(text::asciiUpper(text::trimmed(token)), "#", "♯");
-    if (text::characterCount(name) == 2 && std::string_view("ABCDEFG").find(name[0]) != std::string_view::npos &&
-        name[1] == 'B')
+    if (text::characterCount(name) == 2 &&
+        std::string_view("ABCDEFG").find(name[0]) != std::string_view::npos && name[1] == 'B')
         name = name.substr(0, 1) + "♭";
     return semitoneIndex(name);
 }
@@ -102,7 +107,8 @@ std::vector<int> noteNumbers(Note root, std::span<const int> intervals) {
     for (int interval : intervals) {
         int value = base + interval;
         if (!numbers.empty())
-            while (value <= numbers.back()) value += 12;
+            while (value <= numbers.back())
+                value += 12;
         numbers.push_back(value);
     }
     return numbers;

@@ -2,7 +2,11 @@
 
 namespace fq::core {
 
-std::string_view appVersion() { return FQ_VERSION; }
-std::string_view appBuild() { return FQ_BUILD_NUMBER; }
+std::string_view appVersion() {
+    return FQ_VERSION;
+}
+std::string_view appBuild() {
+    return FQ_BUILD_NUMBER;
+}
 
 } // namespace fq::core

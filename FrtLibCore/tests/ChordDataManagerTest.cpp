@@ -1,4 +1,5 @@
 #include "fq/core/ChordDataManager.h"
+
 #include "fq/core/Spelling.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +13,9 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-const ChordDataManager& manager() { return ChordDataManager::shared(); }
+const ChordDataManager& manager() {
+    return ChordDataManager::shared();
+}
 
 TEST(ChordCatalogueTest, DocumentOrderAndTheRowsOddities) {
     const auto& catalogue = manager().catalogue();
@@ -55,7 +58,8 @@ TEST(ChordCatalogueTest, SpelledNotes) {
         {Note::C, "11", {"C", "E", "G", "B♭", "D", "F"}},
         {Note::C, "no such type", {}},
     };
-    for (const auto& [root, type, notes] : cases) EXPECT_EQ(manager().notes(root, type), notes) << type;
+    for (const auto& [root, type, notes] : cases)
+        EXPECT_EQ(manager().notes(root, type), notes) << type;
 }
 
 TEST(ChordCatalogueTest, EverySpelledNoteHasTheRightPitchAndLetter) {
@@ -63,21 +67,24 @@ TEST(ChordCatalogueTest, EverySpelledNoteHasTheRightPitchAndLetter) {
     for (const Note root : allNotes()) {
         const auto rootText = rawValue(root);
         const auto rootPitch = *semitoneIndex(rootText);
-        const auto rootLetter = std::find(letters.begin(), letters.end(), rootText.substr(0, 1)) - letters.begin();
+        const auto rootLetter =
+            std::find(letters.begin(), letters.end(), rootText.substr(0, 1)) - letters.begin();
         for (const auto& data : manager().catalogue()) {
             const auto notes = manager().notes(root, data.title);
             ASSERT_EQ(notes.size(), data.notes.size());
             std::vector<int> degrees;
             for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
                 end = data.formula.find('-', start);
-                degrees.push_back(formulaDegree(std::string_view(data.formula).substr(start, end - start)));
+                degrees.push_back(
+                    formulaDegree(std::string_view(data.formula).substr(start, end - start)));
             }
             for (std::size_t i = 0; i < notes.size(); ++i) {
                 // a few remote keys run out of spellings (C𝄪's fourth would need F𝄪♯)
                 if (notes[i].empty()) continue;
                 EXPECT_EQ(semitoneIndex(notes[i]), (rootPitch + data.notes[i]) % 12)
                     << rootText << " " << data.title << " note " << i;
-                EXPECT_EQ(notes[i].substr(0, 1), letters[static_cast<std::size_t>(rootLetter + degrees[i] - 1) % 7])
+                EXPECT_EQ(notes[i].substr(0, 1),
+                          letters[static_cast<std::size_t>(rootLetter + degrees[i] - 1) % 7])
                     << rootText << " " << data.title << " note " << i;
             }
         }
@@ -113,8 +120,9 @@ TEST(ChordCatalogueTest, ShortestNamesAndAliases) {
     EXPECT_EQ(manager().shortestName(Note::Ef, "dominant 7th", 0), "E♭7");
     EXPECT_EQ(manager().shortestName(Note::C, "suspended 4th", 0), "Csus4");
 
-    EXPECT_EQ(manager().aliases(Note::Ef, "minor", 0),
-              (Names{"E♭minor", "E♭min", "E♭ minor", "E♭m", "Ebminor", "Ebmin", "Eb minor", "Ebm"}));
+    EXPECT_EQ(
+        manager().aliases(Note::Ef, "minor", 0),
+        (Names{"E♭minor", "E♭min", "E♭ minor", "E♭m", "Ebminor", "Ebmin", "Eb minor", "Ebm"}));
     EXPECT_EQ(manager().aliases(Note::C, "major", 1),
               (Names{"Cmajor/E", "Cmaj/E", "C major/E", "CM/E"}));
     const auto flatBass = manager().aliases(Note::Af, "minor", 1);
@@ -124,8 +132,10 @@ TEST(ChordCatalogueTest, ShortestNamesAndAliases) {
 }
 
 TEST(ChordCatalogueTest, IntervalNamesRotateWithTheInversion) {
-    EXPECT_EQ(manager().intervalNames("major", 0), (Names{"Unison", "Major Third", "Perfect Fifth"}));
-    EXPECT_EQ(manager().intervalNames("major", 1), (Names{"Major Third", "Perfect Fifth", "Unison"}));
+    EXPECT_EQ(manager().intervalNames("major", 0),
+              (Names{"Unison", "Major Third", "Perfect Fifth"}));
+    EXPECT_EQ(manager().intervalNames("major", 1),
+              (Names{"Major Third", "Perfect Fifth", "Unison"}));
     EXPECT_EQ(manager().rootedIntervalNames("diminished 7th", 3),
               (Names{"Diminished Seventh", "Root", "Minor Third", "Diminished Fifth"}));
     EXPECT_TRUE(manager().intervalNames("nothing", 0).empty());
@@ -172,7 +182,8 @@ TEST(ChordDictionaryTest, EveryInversionIsReachableThroughItsDisplayedBass) {
     }
     // 17 roots, every note of every type but the root in the bass
     std::size_t expected = 0;
-    for (const auto& data : manager().catalogue()) expected += 17 * (data.notes.size() - 1);
+    for (const auto& data : manager().catalogue())
+        expected += 17 * (data.notes.size() - 1);
     EXPECT_EQ(inversions, expected);
 }
 
@@ -184,7 +195,8 @@ TEST(ChordDictionaryTest, PriorityShapesCarryOverToEqualSpellings) {
     EXPECT_EQ(manager().priorityPositions({Note::Ef, "major", 0}).size(), 4u);
     EXPECT_EQ(manager().priorityPositions({Note::Bf, "dominant 7th", 0}).front(),
               (FretList{-1, 1, 3, 1, 3, 1}));
-    EXPECT_EQ(manager().priorityPositions({Note::Df, "5", 0}).front(), (FretList{-1, 4, 6, 6, -1, -1}));
+    EXPECT_EQ(manager().priorityPositions({Note::Df, "5", 0}).front(),
+              (FretList{-1, 4, 6, 6, -1, -1}));
     EXPECT_TRUE(manager().priorityPositions({Note::C, "major", 1}).empty());
     EXPECT_TRUE(manager().priorityPositions({Note::Cf, "major", 0}).empty());
     EXPECT_EQ(manager().priorityPositions({Note::E, "5", 0}).size(), 2u);
@@ -200,7 +212,8 @@ TEST(ChordSearchTest, ExactMatchByNotesHonoursTheBass) {
         {"C,E,H", {}},
         {"", {}},
     };
-    for (const auto& [text, chords] : cases) EXPECT_EQ(manager().chordsMatching(text), chords) << text;
+    for (const auto& [text, chords] : cases)
+        EXPECT_EQ(manager().chordsMatching(text), chords) << text;
 
     const auto flat = manager().chordsMatching("Eb, G, Bb");
     EXPECT_NE(std::find(flat.begin(), flat.end(), Chord{Note::Ef, "major", 0}), flat.end());
@@ -235,15 +248,19 @@ TEST(ChordSearchTest, NearMatchesAreRankedByScoreThenCommonTypes) {
     EXPECT_EQ(subsets.front(), (Chord{Note::C, "dominant 7th", 0}));
     EXPECT_NE(std::find(subsets.begin(), subsets.end(), Chord{Note::C, "major", 0}), subsets.end());
 
-    for (const char* tooFew : {"C", "C,C", "H,X", ""}) EXPECT_TRUE(manager().similarChords(tooFew).empty());
+    for (const char* tooFew : {"C", "C,C", "H,X", ""})
+        EXPECT_TRUE(manager().similarChords(tooFew).empty());
 }
 
 TEST(ChordDataManagerTest, RacingFirstCallersShareOneInstance) {
     std::vector<const ChordDataManager*> seen(8);
     std::vector<std::thread> threads;
-    for (auto& slot : seen) threads.emplace_back([&slot] { slot = &ChordDataManager::shared(); });
-    for (auto& thread : threads) thread.join();
-    for (const auto* instance : seen) EXPECT_EQ(instance, seen.front());
+    for (auto& slot : seen)
+        threads.emplace_back([&slot] { slot = &ChordDataManager::shared(); });
+    for (auto& thread : threads)
+        thread.join();
+    for (const auto* instance : seen)
+        EXPECT_EQ(instance, seen.front());
     EXPECT_GT(manager().aliasCount(), 10000u);
 }
 

@@ -51,14 +51,16 @@ void mute(Voicing& v, std::size_t s) {
 
 std::string dedupeKey(const Voicing& v) {
     std::string key;
-    for (std::size_t s = 0; s < 6; ++s) key += (s ? "," : "") + v.notes[s];
+    for (std::size_t s = 0; s < 6; ++s)
+        key += (s ? "," : "") + v.notes[s];
     key += "|";
-    for (std::size_t s = 0; s < 6; ++s) key += (s ? "," : "") + std::to_string(v.frets[s]);
+    for (std::size_t s = 0; s < 6; ++s)
+        key += (s ? "," : "") + std::to_string(v.frets[s]);
     return key;
 }
 
 std::vector<ChordPosition> lowestStringFirst(const std::vector<std::vector<int>>& frets,
-                                            const std::vector<std::vector<int>>& fingers) {
+                                             const std::vector<std::vector<int>>& fingers) {
     std::vector<ChordPosition> result;
     for (std::size_t i = 0; i < frets.size(); ++i)
         result.push_back({std::vector<int>(frets[i].rbegin(), frets[i].rend()), fingers[i]});
@@ -159,12 +161,14 @@ std::vector<ChordPosition> chordPositions(std::string_view root, std::span<const
                         mute(muted, static_cast<std::size_t>(i));
                         const int now = lowestSoundingString(muted);
                         if (now < 0) break;
-                        if (muted.notes[static_cast<std::size_t>(now)] == bass && soundingNotes(muted) == notes)
+                        if (muted.notes[static_cast<std::size_t>(now)] == bass &&
+                            soundingNotes(muted) == notes)
                             emit(muted);
                     }
                 }
                 int s = 5;
-                while (s >= 0 && ++pick[static_cast<std::size_t>(s)] == candidateFrets[static_cast<std::size_t>(s)].size()) {
+                while (s >= 0 && ++pick[static_cast<std::size_t>(s)] ==
+                                     candidateFrets[static_cast<std::size_t>(s)].size()) {
                     pick[static_cast<std::size_t>(s)] = 0;
                     --s;
                 }
@@ -177,11 +181,14 @@ std::vector<ChordPosition> chordPositions(std::string_view root, std::span<const
                 } else if (v.notes[4] == bassNote) {
                     mute(v, 5);
                 } else if (v.notes[3] == bassNote) {
-                    for (std::size_t s : {5, 4}) mute(v, s);
+                    for (std::size_t s : {5, 4})
+                        mute(v, s);
                 } else if (v.notes[2] == bassNote) {
-                    for (std::size_t s : {5, 4, 3}) mute(v, s);
+                    for (std::size_t s : {5, 4, 3})
+                        mute(v, s);
                 } else if (v.notes[1] == bassNote) {
-                    for (std::size_t s : {5, 4, 3, 2}) mute(v, s);
+                    for (std::size_t s : {5, 4, 3, 2})
+                        mute(v, s);
                 } else {
                     continue;
                 }

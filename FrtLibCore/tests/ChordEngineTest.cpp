@@ -1,7 +1,7 @@
-#include "ChordEngineOracle.h"
-
-#include "fq/core/ChordDataManager.h"
 #include "fq/core/ChordEngine.h"
+
+#include "ChordEngineOracle.h"
+#include "fq/core/ChordDataManager.h"
 #include "fq/core/Spelling.h"
 
 #include <gtest/gtest.h>
@@ -36,7 +36,9 @@ struct SampleGroup {
     bool everyVariant;
 };
 
-void PrintTo(const SampleGroup& group, std::ostream* out) { *out << group.name; }
+void PrintTo(const SampleGroup& group, std::ostream* out) {
+    *out << group.name;
+}
 
 class FastGeneratorMatchesOracle : public ::testing::TestWithParam<SampleGroup> {};
 
@@ -46,7 +48,9 @@ TEST_P(FastGeneratorMatchesOracle, ShapeForShapeInTheSameOrder) {
     std::size_t queries = 0;
     for (const auto root : group.roots) {
         for (const auto& data : ChordDataManager::shared().catalogue()) {
-            const std::size_t variants = group.everyVariant ? data.notes.size() : std::min<std::size_t>(2, data.notes.size());
+            const std::size_t variants = group.everyVariant
+                                             ? data.notes.size()
+                                             : std::min<std::size_t>(2, data.notes.size());
             for (std::size_t variant = 0; variant < variants; ++variant) {
                 const auto intervals = intervalsFor(data, variant);
                 const auto expected = oracle::chordPositions(root, intervals, -1, group.tuning);
@@ -80,9 +84,12 @@ TEST(ChordEngineTest, LimitsStopAtTheFirstClassShapesFoundFirst) {
         for (int limit : {0, 1, 2, 5}) {
             const auto limited = engine.chordPositions(root, intervals, limit, standard);
             EXPECT_EQ(limited, oracle::chordPositions(root, intervals, limit, standard));
-            const auto expectedCount = std::max(1, limit); // the first shape found is kept even at 0
-            ASSERT_EQ(limited.size(), static_cast<std::size_t>(expectedCount)) << root << " limit " << limit;
-            EXPECT_TRUE(std::equal(limited.begin(), limited.end(), all.begin())) << root << " limit " << limit;
+            const auto expectedCount =
+                std::max(1, limit); // the first shape found is kept even at 0
+            ASSERT_EQ(limited.size(), static_cast<std::size_t>(expectedCount))
+                << root << " limit " << limit;
+            EXPECT_TRUE(std::equal(limited.begin(), limited.end(), all.begin()))
+                << root << " limit " << limit;
         }
     }
 }
@@ -119,16 +126,20 @@ TEST(ChordEngineTest, ShapesSoundTheChordOverItsBass) {
     }
 
     const auto seventh = engine.chordPositions("C", std::vector{0, 4, 7, 10}, -1, standard);
-    EXPECT_TRUE(std::any_of(seventh.begin(), seventh.end(), [](const auto& s) { return !sounds(s, 7); }))
-        << "the fifth of a four-note chord may go";
-    for (const auto& shape : seventh) EXPECT_TRUE(sounds(shape, 0) && sounds(shape, 4) && sounds(shape, 10));
+    EXPECT_TRUE(std::any_of(seventh.begin(), seventh.end(), [](const auto& s) {
+        return !sounds(s, 7);
+    })) << "the fifth of a four-note chord may go";
+    for (const auto& shape : seventh)
+        EXPECT_TRUE(sounds(shape, 0) && sounds(shape, 4) && sounds(shape, 10));
 
     const auto firstInversion = engine.chordPositions("C", std::vector{4, 0, 7}, -1, standard);
     ASSERT_FALSE(firstInversion.empty());
-    for (const auto& shape : firstInversion) EXPECT_EQ(bassPitchClass(shape), 4);
+    for (const auto& shape : firstInversion)
+        EXPECT_EQ(bassPitchClass(shape), 4);
 
     // fingers come from the same frets, lowest string first
-    for (const auto& shape : major) EXPECT_EQ(shape.fingering, ChordEngine::fingering(shape.position));
+    for (const auto& shape : major)
+        EXPECT_EQ(shape.fingering, ChordEngine::fingering(shape.position));
 }
 
 TEST(ChordEngineTest, AFlatSpelledOpenNoteNeverStandsInForAFret) {
@@ -137,7 +148,8 @@ TEST(ChordEngineTest, AFlatSpelledOpenNoteNeverStandsInForAFret) {
     const std::vector<int> dSharpMinor{0, 3, 7};
     const ChordEngine engine;
     const auto openWithHighFret = [](const ChordPosition& shape) {
-        const bool open = std::find(shape.position.begin(), shape.position.end(), 0) != shape.position.end();
+        const bool open =
+            std::find(shape.position.begin(), shape.position.end(), 0) != shape.position.end();
         return open && *std::max_element(shape.position.begin(), shape.position.end()) > 3;
     };
     const auto flats = engine.chordPositions("D♯", dSharpMinor, -1, halfStepDownFlats);
@@ -152,7 +164,9 @@ TEST(ChordEngineTest, UnknownNamesGiveNothing) {
     const ChordEngine engine;
     EXPECT_TRUE(engine.chordPositions("H", std::vector{0, 4, 7}, -1, standard).empty());
     EXPECT_TRUE(engine.chordPositions("C#", std::vector{0, 4, 7}, -1, standard).empty());
-    EXPECT_TRUE(engine.chordPositions("C", std::vector{0, 4, 7}, -1, Tuning6{"E", "A", "D", "G", "B", "X"}).empty());
+    EXPECT_TRUE(
+        engine.chordPositions("C", std::vector{0, 4, 7}, -1, Tuning6{"E", "A", "D", "G", "B", "X"})
+            .empty());
 }
 
 /// A memo in memory: the test double at the store's seam.
@@ -170,14 +184,16 @@ public:
     mutable int reads = 0;
 };
 
-Bytes bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
+Bytes bytesOf(std::string_view text) {
+    return {text.begin(), text.end()};
+}
 
 TEST(ChordEngineMemoTest, ResultsAreStoredUnderAKeyThatNamesTheQuery) {
     MemoryStore store;
     const ChordEngine engine(&store);
     const auto fresh = engine.chordPositions("C", std::vector{0, 4, 7}, -1, standard);
-    const auto key = "chordPositions-C-0,4,7--1-E,A,D,G,B,E-g2-v" + std::string(appVersion()) + "-b" +
-                     std::string(appBuild());
+    const auto key = "chordPositions-C-0,4,7--1-E,A,D,G,B,E-g2-v" + std::string(appVersion()) +
+                     "-b" + std::string(appBuild());
     ASSERT_EQ(store.values.count(key), 1u);
     EXPECT_EQ(decodeChordPositions(store.values[key]), fresh);
 
@@ -197,10 +213,13 @@ TEST(ChordEngineMemoTest, AStoredResultIsReturnedAndABrokenOneReplaced) {
     const auto remembered = engine.chordPositions("C", std::vector{0, 4, 7}, -1, standard);
     EXPECT_EQ(remembered, (std::vector<ChordPosition>{{{0, 0, 0, 0, 0, 0}, {}}}));
 
-    for (const auto* broken : {"not json", R"({"position":[]})", R"([{"position":[1,2],"fingering":[]}])", ""}) {
+    for (const auto* broken :
+         {"not json", R"({"position":[]})", R"([{"position":[1,2],"fingering":[]}])", ""}) {
         store.values[key] = bytesOf(broken);
         const auto regenerated = engine.chordPositions("C", std::vector{0, 4, 7}, -1, standard);
-        EXPECT_EQ(regenerated, ChordEngine().chordPositions("C", std::vector{0, 4, 7}, -1, standard)) << broken;
+        EXPECT_EQ(regenerated,
+                  ChordEngine().chordPositions("C", std::vector{0, 4, 7}, -1, standard))
+            << broken;
         EXPECT_EQ(decodeChordPositions(store.values[key]), regenerated) << broken;
     }
 }

@@ -3,6 +3,7 @@
 #include "fq/core/Diagnostics.h"
 
 #include <fq/core/CapturedDiagnostics.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdio>

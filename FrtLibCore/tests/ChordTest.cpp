@@ -34,8 +34,8 @@ TEST(ChordTest, DecodingDefaultsTheVariantAndNamesBadInput) {
 
 TEST(ChordTest, EqualityAndHashCoverAllThreeFields) {
     const Chord a{Note::C, "major", 0};
-    for (const Chord& other : {Chord{Note::Bs, "major", 0}, Chord{Note::C, "minor", 0},
-                               Chord{Note::C, "major", 1}}) {
+    for (const Chord& other :
+         {Chord{Note::Bs, "major", 0}, Chord{Note::C, "minor", 0}, Chord{Note::C, "major", 1}}) {
         EXPECT_NE(a, other);
         EXPECT_NE(ChordHash{}(a), ChordHash{}(other));
     }

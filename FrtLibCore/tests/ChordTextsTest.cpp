@@ -1,5 +1,6 @@
-#include "fq/core/ChordDataManager.h"
 #include "fq/core/ChordTexts.h"
+
+#include "fq/core/ChordDataManager.h"
 
 #include <gtest/gtest.h>
 
@@ -22,15 +23,17 @@ TEST(ChordTextsTest, EveryTypeHasMoodGenresAndADescription) {
 }
 
 TEST(ChordTextsTest, FilledTemplatesNameOnlyNotesTheChordHas) {
-    EXPECT_EQ(chordDescription(Note::G, "5"),
-              "The G power chord (5th), consisting of the root (G) and perfect fifth (D), provides a "
-              "bold, open sound without major or minor coloration. Its simplicity and neutrality make "
-              "it a staple in rock, punk, and metal for driving rhythms and raw power.");
+    EXPECT_EQ(
+        chordDescription(Note::G, "5"),
+        "The G power chord (5th), consisting of the root (G) and perfect fifth (D), provides a "
+        "bold, open sound without major or minor coloration. Its simplicity and neutrality make "
+        "it a staple in rock, punk, and metal for driving rhythms and raw power.");
     for (const auto& data : ChordDataManager::shared().catalogue()) {
         for (const auto& filled :
              {chordDescription(Note::Ef, data.title), guitarDescription(Note::Ef, data.title)}) {
             EXPECT_EQ(filled.find("(--"), std::string::npos) << data.title;
-            EXPECT_EQ(filled.find("()"), std::string::npos) << data.title << ": a note past the end";
+            EXPECT_EQ(filled.find("()"), std::string::npos)
+                << data.title << ": a note past the end";
         }
     }
 }

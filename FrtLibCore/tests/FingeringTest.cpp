@@ -10,17 +10,18 @@ using Fingers = std::vector<int>;
 TEST(FingeringTest, CommonGrips) {
     // frets lowest string first → fingers in the same order
     const std::vector<std::pair<Fingers, Fingers>> cases{
-        {{1, 3, 3, 2, 1, 1}, {1, 3, 4, 2, 1, 1}},       // F barre
-        {{0, 2, 2, 1, 0, 0}, {0, 2, 3, 1, 0, 0}},       // E major
-        {{-1, 3, 2, 0, 1, 0}, {0, 3, 2, 0, 1, 0}},      // open C
-        {{-1, 3, 2, 0, 1, 3}, {0, 3, 2, 0, 1, 4}},      // C with the high G
-        {{3, 2, 0, 0, 0, 3}, {2, 1, 0, 0, 0, 3}},       // G: two strings a fret apart
-        {{-1, -1, 0, 2, 3, 2}, {0, 0, 0, 1, 3, 2}},     // D
-        {{-1, 0, 2, 2, 2, 0}, {0, 0, 1, 2, 3, 0}},       // A: three adjacent with nothing above
-        {{8, 10, 10, 9, 8, 8}, {1, 3, 4, 2, 1, 1}},     // the F shape at the 8th fret slides down
-        {{-1, 1, 3, 3, 3, 1}, {0, 1, 2, 3, 4, 1}},      // A♯: the ring-finger barre spread over three fingers
-        {{-1, -1, 1, 3, 4, 3}, {0, 0, 1, 2, 4, 3}},     // D♯: R3 before R2
-        {{1, 3, 2, 1, 1, 1}, {1, 3, 2, 1, 1, 1}},       // Fm(maj7)
+        {{1, 3, 3, 2, 1, 1}, {1, 3, 4, 2, 1, 1}},   // F barre
+        {{0, 2, 2, 1, 0, 0}, {0, 2, 3, 1, 0, 0}},   // E major
+        {{-1, 3, 2, 0, 1, 0}, {0, 3, 2, 0, 1, 0}},  // open C
+        {{-1, 3, 2, 0, 1, 3}, {0, 3, 2, 0, 1, 4}},  // C with the high G
+        {{3, 2, 0, 0, 0, 3}, {2, 1, 0, 0, 0, 3}},   // G: two strings a fret apart
+        {{-1, -1, 0, 2, 3, 2}, {0, 0, 0, 1, 3, 2}}, // D
+        {{-1, 0, 2, 2, 2, 0}, {0, 0, 1, 2, 3, 0}},  // A: three adjacent with nothing above
+        {{8, 10, 10, 9, 8, 8}, {1, 3, 4, 2, 1, 1}}, // the F shape at the 8th fret slides down
+        {{-1, 1, 3, 3, 3, 1},
+         {0, 1, 2, 3, 4, 1}}, // A♯: the ring-finger barre spread over three fingers
+        {{-1, -1, 1, 3, 4, 3}, {0, 0, 1, 2, 4, 3}}, // D♯: R3 before R2
+        {{1, 3, 2, 1, 1, 1}, {1, 3, 2, 1, 1, 1}},   // Fm(maj7)
     };
     for (const auto& [frets, fingers] : cases) {
         SCOPED_TRACE(::testing::PrintToString(frets));
@@ -40,7 +41,8 @@ TEST(FingeringTest, ShapesNoHandCanPlayLeaveStringsUnfingered) {
         const auto fingers = ChordEngine::fingering(frets);
         ASSERT_EQ(fingers.size(), 6u);
         bool unfingered = false;
-        for (std::size_t s = 0; s < 6; ++s) unfingered = unfingered || (frets[s] > 0 && fingers[s] == 0);
+        for (std::size_t s = 0; s < 6; ++s)
+            unfingered = unfingered || (frets[s] > 0 && fingers[s] == 0);
         EXPECT_TRUE(unfingered) << ::testing::PrintToString(frets);
     }
 }

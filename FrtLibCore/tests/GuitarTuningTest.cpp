@@ -1,4 +1,5 @@
 #include "fq/core/GuitarTuning.h"
+
 #include "fq/core/Spelling.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +12,8 @@ namespace {
 std::vector<std::string_view> identifiersOf(const std::vector<TuningGroup>& groups) {
     std::vector<std::string_view> names;
     for (const auto& group : groups)
-        for (const auto tuning : group.tunings) names.push_back(identifier(tuning));
+        for (const auto tuning : group.tunings)
+            names.push_back(identifier(tuning));
     return names;
 }
 
@@ -40,13 +42,15 @@ TEST(GuitarTuningTest, EveryStringsTitleNamesItsNoteNumber) {
             const auto pitch = semitoneIndex(notes[s]);
             ASSERT_TRUE(pitch) << button.buttonTitle;
             // B♯ and C♭ would cross an octave; the catalogue has neither
-            EXPECT_EQ(button.noteNumber, (octave + 1) * 12 + *pitch) << identifier(tuning) << " " << button.buttonTitle;
+            EXPECT_EQ(button.noteNumber, (octave + 1) * 12 + *pitch)
+                << identifier(tuning) << " " << button.buttonTitle;
         }
     }
     EXPECT_EQ(openNotes(GuitarTuning::openGMinor)[4], "B♭");
     EXPECT_EQ(openNotes(GuitarTuning::dropCs)[0], "C♯");
     const auto& nashville = tuningData(GuitarTuning::nashville).referenceToneButtonData;
-    EXPECT_GT(nashville[3].noteNumber, nashville[4].noteNumber) << "Nashville's strings are not rising";
+    EXPECT_GT(nashville[3].noteNumber, nashville[4].noteNumber)
+        << "Nashville's strings are not rising";
 }
 
 TEST(GuitarTuningTest, GroupsHoldEveryTuningOnceInOrder) {
@@ -54,9 +58,11 @@ TEST(GuitarTuningTest, GroupsHoldEveryTuningOnceInOrder) {
     ASSERT_EQ(groups.size(), 5u);
     EXPECT_EQ(groups[2].header, "Other Open Tunings");
     std::multiset<GuitarTuning> seen;
-    for (const auto& group : groups) seen.insert(group.tunings.begin(), group.tunings.end());
+    for (const auto& group : groups)
+        seen.insert(group.tunings.begin(), group.tunings.end());
     EXPECT_EQ(seen.size(), 31u);
-    for (const auto tuning : allGuitarTunings()) EXPECT_EQ(seen.count(tuning), 1u) << identifier(tuning);
+    for (const auto tuning : allGuitarTunings())
+        EXPECT_EQ(seen.count(tuning), 1u) << identifier(tuning);
     EXPECT_EQ(searchTunings(""), groups);
 }
 

@@ -1,4 +1,5 @@
 #include "fq/core/Note.h"
+
 #include "fq/core/Spelling.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "AudioCommands.h"
 
-#include "CommandSupport.h"
 #include "ChordInput.h"
+#include "CommandSupport.h"
 #include "FretDiagram.h"
 
 #include <fq/audio/AudioDevices.h>
@@ -124,7 +124,8 @@ void play(const ChordSound& sound) {
     auto& engine = audio::SharedAudioEngine::shared();
     const auto started = engine.renderedFrames();
     const auto steady = static_cast<audio::FrameTime>(engine.sampleRate() * steadyAfter.count());
-    audio::runMainUntil([&] { return engine.renderedFrames() - started > steady; }, activationTimeout);
+    audio::runMainUntil([&] { return engine.renderedFrames() - started > steady; },
+                        activationTimeout);
     guitar.playChord(sound.notes);
     audio::runMainUntil([] { return false; }, chordLength);
     // going away as the shell does when nothing sounds: suspend, then let the device go

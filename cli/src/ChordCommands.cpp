@@ -1,8 +1,7 @@
 #include "ChordCommands.h"
 
-#include "CommandSupport.h"
-
 #include "ChordInput.h"
+#include "CommandSupport.h"
 #include "FretDiagram.h"
 
 #include <fq/core/ChordDataManager.h>
@@ -27,13 +26,15 @@ using Json = nlohmann::ordered_json;
 
 std::string indented(const std::vector<std::string>& lines, std::string_view indent) {
     std::string text;
-    for (const auto& line : lines) text += std::string(indent) + line + "\n";
+    for (const auto& line : lines)
+        text += std::string(indent) + line + "\n";
     return text;
 }
 
 Json chordArray(const std::vector<Chord>& chords) {
     Json array = Json::array();
-    for (const auto& chord : chords) array.push_back(core::toJson(chord));
+    for (const auto& chord : chords)
+        array.push_back(core::toJson(chord));
     return array;
 }
 
@@ -50,12 +51,13 @@ std::string chordLine(const Chord& chord) {
 /// mistake reads as one clear error rather than an empty result.
 void requireNoteList(std::string_view text) {
     std::size_t start = 0;
-    for (auto end = text.find(','); ; end = text.find(',', start)) {
+    for (auto end = text.find(',');; end = text.find(',', start)) {
         auto token = text.substr(start, end == text.npos ? text.npos : end - start);
         const auto first = token.find_first_not_of(" \t\r\n");
         if (first == token.npos) throw CommandError(fmt::format("Missing a note in \"{}\"", text));
         token = token.substr(first, token.find_last_not_of(" \t\r\n") - first + 1);
-        if (!core::pitchOfTypedNote(token)) throw CommandError(fmt::format("Unknown note: {}", token));
+        if (!core::pitchOfTypedNote(token))
+            throw CommandError(fmt::format("Unknown note: {}", token));
         if (end == text.npos) return;
         start = end + 1;
     }
@@ -87,26 +89,31 @@ void printChord(std::ostream& out, const Chord& chord) {
     out << fmt::format("  Notes       {}\n", fmt::join(list("notes"), "  "));
     out << fmt::format("  Formula     {}\n", text("formula"));
     out << fmt::format("  Intervals   {}\n", fmt::join(list("rootedIntervalNames"), ", "));
-    if (const auto inversion = core::inversionFromVariant(chord.variant); inversion && chord.variant > 0)
+    if (const auto inversion = core::inversionFromVariant(chord.variant);
+        inversion && chord.variant > 0)
         out << fmt::format("  Inversion   {}\n", core::localizedTitle(*inversion));
     out << fmt::format("  Also        {}\n", fmt::join(list("aliases"), ", "));
     out << fmt::format("  Mood        {}\n", text("mood"));
     out << fmt::format("  Genres      {}\n\n", text("genres"));
     out << wrapped(text("description"), 78, "  ") << "\n";
-    const auto shapes = core::positions(chord.rootNote, chord.chordType, chord.variant, 1, core::Tuning::standard);
+    const auto shapes =
+        core::positions(chord.rootNote, chord.chordType, chord.variant, 1, core::Tuning::standard);
     if (!shapes.empty()) {
         const auto& shape = shapes.front();
         out << fmt::format("\n  First shape: {}   (all of them: fretquill chord shapes {})\n\n",
                            compactFrets(shape.position), text("shortestName"));
-        out << indented(renderFretDiagram(shape.position, shape.fingering, core::Tuning::standard), "  ");
+        out << indented(renderFretDiagram(shape.position, shape.fingering, core::Tuning::standard),
+                        "  ");
     }
 }
 
-void printShapes(std::ostream& out, const Chord& chord, const std::vector<core::ChordPosition>& shapes,
+void printShapes(std::ostream& out, const Chord& chord,
+                 const std::vector<core::ChordPosition>& shapes,
                  std::span<const std::string_view> tuning) {
-    const auto name = ChordDataManager::shared().name(chord.rootNote, chord.chordType, chord.variant);
-    out << fmt::format("{}: {} shape{} in {}\n\n", name, shapes.size(), shapes.size() == 1 ? "" : "s",
-                       fmt::join(tuning, " "));
+    const auto name =
+        ChordDataManager::shared().name(chord.rootNote, chord.chordType, chord.variant);
+    out << fmt::format("{}: {} shape{} in {}\n\n", name, shapes.size(),
+                       shapes.size() == 1 ? "" : "s", fmt::join(tuning, " "));
     if (shapes.empty()) return;
     std::vector<std::vector<std::string>> diagrams;
     std::vector<std::string> titles;
@@ -124,9 +131,11 @@ void printWelcome(std::ostream& out) {
     out << "Fret Quill: chords, shapes and theory for the guitar.\n\n";
     printChord(out, Chord{core::Note::C, "major", 0});
     out << "\nGo on with:\n"
-           "  fretquill chord show Am7                 any chord by name (\"C♯ minor 7th\", \"Bb7\", \"C/E\")\n"
+           "  fretquill chord show Am7                 any chord by name (\"C♯ minor 7th\", "
+           "\"Bb7\", \"C/E\")\n"
            "  fretquill chord shapes G7                every shape, with fingers\n"
-           "  fretquill chord shapes D --tuning dropD      in any tuning (fretquill tunings lists them)\n"
+           "  fretquill chord shapes D --tuning dropD      in any tuning (fretquill tunings lists "
+           "them)\n"
            "  fretquill chord fingering x32010         which finger goes where\n"
            "  fretquill chord match \"E, G, C\"          which chord has exactly these notes\n"
            "  fretquill chord similar \"C, E, B\"        chords close to these notes\n"
@@ -134,7 +143,8 @@ void printWelcome(std::ostream& out) {
 }
 
 void addChordCommands(CLI::App& app, CommandContext& context) {
-    auto* chord = app.add_subcommand("chord", "Look up chords: names, notes, shapes, fingers and descriptions");
+    auto* chord = app.add_subcommand(
+        "chord", "Look up chords: names, notes, shapes, fingers and descriptions");
     chord->require_subcommand(1);
 
     struct ShowOptions {
@@ -142,15 +152,18 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
         bool json = false;
     };
     auto show = std::make_shared<ShowOptions>();
-    auto* showCommand = chord->add_subcommand("show", "Show a chord's names, notes, intervals and description");
+    auto* showCommand =
+        chord->add_subcommand("show", "Show a chord's names, notes, intervals and description");
     show->chord.addOptions(showCommand);
     showCommand->add_flag("--json", show->json, "Print JSON");
     showCommand->callback([&context, show] {
         *context.action = [&context, show] {
             const auto chosen = show->chord.resolve();
             useShapeMemo();
-            if (show->json) context.out << chordDetails(chosen).dump() << "\n";
-            else printChord(context.out, chosen);
+            if (show->json)
+                context.out << chordDetails(chosen).dump() << "\n";
+            else
+                printChord(context.out, chosen);
             return 0;
         };
     });
@@ -162,10 +175,12 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
         bool json = false;
     };
     auto shapes = std::make_shared<ShapesOptions>();
-    auto* shapesCommand = chord->add_subcommand("shapes", "Every playable shape of a chord, with fingers");
+    auto* shapesCommand =
+        chord->add_subcommand("shapes", "Every playable shape of a chord, with fingers");
     shapes->chord.addOptions(shapesCommand);
-    shapesCommand->add_option("--tuning", shapes->tuning,
-                              "A tuning by name (dropD, dadgad, …) or six open notes, lowest string first");
+    shapesCommand->add_option(
+        "--tuning", shapes->tuning,
+        "A tuning by name (dropD, dadgad, …) or six open notes, lowest string first");
     shapesCommand->add_option("--limit", shapes->limit, "Show only the first N shapes");
     shapesCommand->add_flag("--json", shapes->json, "Print JSON");
     shapesCommand->callback([&context, shapes] {
@@ -173,11 +188,15 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
             const auto chosen = shapes->chord.resolve();
             const auto tuningNotes = valueOrThrow(tuningFromText(shapes->tuning));
             const std::vector<std::string_view> tuning(tuningNotes.begin(), tuningNotes.end());
-            if (shapes->limit < -1) throw CommandError(fmt::format("The limit must be 0 or more: {}", shapes->limit));
+            if (shapes->limit < -1)
+                throw CommandError(fmt::format("The limit must be 0 or more: {}", shapes->limit));
             useShapeMemo();
-            const auto list = core::positions(chosen.rootNote, chosen.chordType, chosen.variant, shapes->limit, tuning);
-            if (shapes->json) context.out << core::toJson(list).dump() << "\n";
-            else printShapes(context.out, chosen, list, tuning);
+            const auto list = core::positions(chosen.rootNote, chosen.chordType, chosen.variant,
+                                              shapes->limit, tuning);
+            if (shapes->json)
+                context.out << core::toJson(list).dump() << "\n";
+            else
+                printShapes(context.out, chosen, list, tuning);
             return 0;
         };
     });
@@ -187,8 +206,11 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
         bool json = false;
     };
     auto fingering = std::make_shared<FingeringOptions>();
-    auto* fingeringCommand = chord->add_subcommand("fingering", "Which finger goes on which string of a shape");
-    fingeringCommand->add_option("FRETS", fingering->frets, "Six frets, lowest string first: x,3,2,0,1,0 or x32010")
+    auto* fingeringCommand =
+        chord->add_subcommand("fingering", "Which finger goes on which string of a shape");
+    fingeringCommand
+        ->add_option("FRETS", fingering->frets,
+                     "Six frets, lowest string first: x,3,2,0,1,0 or x32010")
         ->required();
     fingeringCommand->add_flag("--json", fingering->json, "Print JSON");
     fingeringCommand->callback([&context, fingering] {
@@ -198,10 +220,13 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
             if (fingering->json) {
                 context.out << Json(fingers).dump() << "\n";
             } else if (fingers.empty()) {
-                context.out << compactFrets(frets) << ": no string is fretted, so no fingers are needed.\n";
+                context.out << compactFrets(frets)
+                            << ": no string is fretted, so no fingers are needed.\n";
             } else {
-                context.out << fmt::format("{}: fingers {}\n\n", compactFrets(frets), fmt::join(fingers, " "));
-                context.out << indented(renderFretDiagram(frets, fingers, core::Tuning::standard), "  ");
+                context.out << fmt::format("{}: fingers {}\n\n", compactFrets(frets),
+                                           fmt::join(fingers, " "));
+                context.out << indented(renderFretDiagram(frets, fingers, core::Tuning::standard),
+                                        "  ");
             }
             return 0;
         };
@@ -214,7 +239,9 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
     const auto addSearch = [&](const char* name, const char* help, auto search, const char* none) {
         auto options = std::make_shared<SearchOptions>();
         auto* command = chord->add_subcommand(name, help);
-        command->add_option("NOTES", options->notes, "Comma-separated notes, bass first: \"E, G, C\"")->required();
+        command
+            ->add_option("NOTES", options->notes, "Comma-separated notes, bass first: \"E, G, C\"")
+            ->required();
         command->add_flag("--json", options->json, "Print JSON");
         command->callback([&context, options, search, none] {
             *context.action = [&context, options, search, none] {
@@ -225,18 +252,21 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
                 } else if (chords.empty()) {
                     context.out << none << "\n";
                 } else {
-                    for (const auto& found : chords) context.out << chordLine(found) << "\n";
+                    for (const auto& found : chords)
+                        context.out << chordLine(found) << "\n";
                 }
                 return 0;
             };
         });
     };
-    addSearch("match", "Find the chords made of exactly these notes, the first in the bass",
-              [](std::string_view notes) { return ChordDataManager::shared().chordsMatching(notes); },
-              "No chord has exactly these notes.");
-    addSearch("similar", "Find chords whose notes contain, or are contained in, these notes",
-              [](std::string_view notes) { return ChordDataManager::shared().similarChords(notes); },
-              "No chord is close to these notes.");
+    addSearch(
+        "match", "Find the chords made of exactly these notes, the first in the bass",
+        [](std::string_view notes) { return ChordDataManager::shared().chordsMatching(notes); },
+        "No chord has exactly these notes.");
+    addSearch(
+        "similar", "Find chords whose notes contain, or are contained in, these notes",
+        [](std::string_view notes) { return ChordDataManager::shared().similarChords(notes); },
+        "No chord is close to these notes.");
 }
 
 } // namespace fq::cli

@@ -37,17 +37,21 @@ void ChordSelection::addOptions(CLI::App* to, const char* positionalName) {
     to->add_option(positionalName, symbol, "A chord symbol: Am7, \"C♯ minor 7th\", Bb7, C/E");
     to->add_option("--root", root, "Root note, e.g. C, F#, E♭");
     to->add_option("--type", type, "Catalogue chord type, e.g. \"minor 7th\" (default major)");
-    to->add_option("--variant", variant, "Inversion: 0 is root position, n puts note n in the bass");
+    to->add_option("--variant", variant,
+                   "Inversion: 0 is root position, n puts note n in the bass");
 }
 
 core::Chord ChordSelection::resolve() const {
     const bool byParts = command->count("--root") > 0;
-    if (byParts && !symbol.empty()) throw CommandError("Give either a chord symbol or --root with --type, not both");
-    if (!byParts && symbol.empty()) throw CommandError("Name a chord, e.g. \"Am7\", or give --root and --type");
+    if (byParts && !symbol.empty())
+        throw CommandError("Give either a chord symbol or --root with --type, not both");
+    if (!byParts && symbol.empty())
+        throw CommandError("Name a chord, e.g. \"Am7\", or give --root and --type");
     if (byParts) return valueOrThrow(chordFromParts(root, type, variant));
     auto chord = valueOrThrow(chordFromSymbol(symbol));
     if (command->count("--variant") > 0)
-        chord = valueOrThrow(chordFromParts(core::rawValue(chord.rootNote), chord.chordType, variant));
+        chord =
+            valueOrThrow(chordFromParts(core::rawValue(chord.rootNote), chord.chordType, variant));
     return chord;
 }
 

@@ -14,7 +14,8 @@ namespace fq::cli {
 /// the finger number (or "●" without fingers) on each fretted string, and the
 /// first fret beside a shape that starts up the neck. `strings` names the open
 /// notes under the box when given.
-std::vector<std::string> renderFretDiagram(std::span<const int> frets, std::span<const int> fingers = {},
+std::vector<std::string> renderFretDiagram(std::span<const int> frets,
+                                           std::span<const int> fingers = {},
                                            std::span<const std::string_view> strings = {});
 
 /// Diagrams side by side, each under its title, `perRow` to a row.

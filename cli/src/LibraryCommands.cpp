@@ -32,7 +32,8 @@ Json tuningsJson(const std::vector<core::TuningGroup>& groups) {
             const auto& data = core::tuningData(tuning);
             auto strings = Json::array();
             for (const auto& string : data.referenceToneButtonData)
-                strings.push_back({{"buttonTitle", string.buttonTitle}, {"noteNumber", string.noteNumber}});
+                strings.push_back(
+                    {{"buttonTitle", string.buttonTitle}, {"noteNumber", string.noteNumber}});
             tunings.push_back({{"id", core::identifier(tuning)},
                                {"title", data.title},
                                {"description", data.description},
@@ -59,9 +60,10 @@ void printTunings(std::ostream& out, const std::vector<core::TuningGroup>& group
         for (const auto tuning : group.tunings) {
             const auto& data = core::tuningData(tuning);
             std::vector<std::string_view> strings;
-            for (const auto& string : data.referenceToneButtonData) strings.push_back(string.buttonTitle);
-            out << fmt::format("  {} {:<15} {:<24} {}\n", enabled.count(tuning) ? "✓" : " ", core::identifier(tuning),
-                               data.title, fmt::join(strings, " "));
+            for (const auto& string : data.referenceToneButtonData)
+                strings.push_back(string.buttonTitle);
+            out << fmt::format("  {} {:<15} {:<24} {}\n", enabled.count(tuning) ? "✓" : " ",
+                               core::identifier(tuning), data.title, fmt::join(strings, " "));
             out << fmt::format("    {:<15} {}\n", "", data.description);
         }
         out << "\n";
@@ -70,28 +72,35 @@ void printTunings(std::ostream& out, const std::vector<core::TuningGroup>& group
 
 Json chordsJson(const std::vector<core::Chord>& chords) {
     auto array = Json::array();
-    for (const auto& chord : chords) array.push_back(core::toJson(chord));
+    for (const auto& chord : chords)
+        array.push_back(core::toJson(chord));
     return array;
 }
 
 Json collectionsJson(const std::vector<personal::ChordCollection>& collections) {
     auto array = Json::array();
-    for (const auto& collection : collections) array.push_back(personal::toJson(collection));
+    for (const auto& collection : collections)
+        array.push_back(personal::toJson(collection));
     return array;
 }
 
 void printChords(std::ostream& out, const std::vector<core::Chord>& chords, std::string_view none) {
     if (chords.empty()) out << none << "\n";
-    for (const auto& chord : chords) out << chordName(chord) << "\n";
+    for (const auto& chord : chords)
+        out << chordName(chord) << "\n";
 }
 
-void printCollections(std::ostream& out, const std::vector<personal::ChordCollection>& collections) {
-    if (collections.empty()) out << "No collections yet. Make one with: fretquill collections create NAME\n";
+void printCollections(std::ostream& out,
+                      const std::vector<personal::ChordCollection>& collections) {
+    if (collections.empty())
+        out << "No collections yet. Make one with: fretquill collections create NAME\n";
     for (const auto& collection : collections) {
         std::vector<std::string> names;
-        for (const auto& chord : collection.chords) names.push_back(chordName(chord));
+        for (const auto& chord : collection.chords)
+            names.push_back(chordName(chord));
         out << fmt::format("{}  {}\n  {}\n", collection.title, collection.id,
-                           names.empty() ? std::string("(no chords yet)") : fmt::format("{}", fmt::join(names, ", ")));
+                           names.empty() ? std::string("(no chords yet)")
+                                         : fmt::format("{}", fmt::join(names, ", ")));
     }
 }
 
@@ -108,14 +117,18 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
         bool json = false;
     };
     auto tunings = std::make_shared<TuningsOptions>();
-    auto* tuningsCommand = app.add_subcommand("tunings", "The tunings, in their groups; ✓ marks the enabled ones");
-    tuningsCommand->add_option("--search", tunings->search, "Show only tunings whose title or description has this text");
+    auto* tuningsCommand =
+        app.add_subcommand("tunings", "The tunings, in their groups; ✓ marks the enabled ones");
+    tuningsCommand->add_option("--search", tunings->search,
+                               "Show only tunings whose title or description has this text");
     tuningsCommand->add_flag("--json", tunings->json, "Print JSON");
     tuningsCommand->callback([&context, tunings] {
         *context.action = [&context, tunings] {
             const auto groups = core::searchTunings(tunings->search);
-            if (tunings->json) context.out << tuningsJson(groups).dump() << "\n";
-            else printTunings(context.out, groups);
+            if (tunings->json)
+                context.out << tuningsJson(groups).dump() << "\n";
+            else
+                printTunings(context.out, groups);
             return 0;
         };
     });
@@ -138,17 +151,20 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
             context.out << values.dump() << "\n";
             return;
         }
-        for (const auto& [name, value] : values.items()) context.out << fmt::format("{} = {}\n", name, textOf(value));
+        for (const auto& [name, value] : values.items())
+            context.out << fmt::format("{} = {}\n", name, textOf(value));
     };
 
     auto list = std::make_shared<PrefsOptions>();
-    auto* listCommand = prefs->add_subcommand("list", "Every setting with its value (the default where none is stored)");
+    auto* listCommand = prefs->add_subcommand(
+        "list", "Every setting with its value (the default where none is stored)");
     listCommand->add_flag("--json", list->json, "Print JSON");
     listCommand->callback([&context, list, printValues] {
         *context.action = [list, printValues] {
             Json values = Json::object();
             for (const auto& key : personal::allPreferenceKeys())
-                values[std::string(personal::nameOf(key))] = personal::currentValue(*appStore(), key);
+                values[std::string(personal::nameOf(key))] =
+                    personal::currentValue(*appStore(), key);
             printValues(values, list->json);
             return 0;
         };
@@ -169,7 +185,9 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
     auto set = std::make_shared<PrefsOptions>();
     auto* setCommand = prefs->add_subcommand("set", "Change a setting");
     setCommand->add_option("KEY", set->key, "The setting, e.g. a4Frequency")->required();
-    setCommand->add_option("VALUE", set->value, "Its new value: a number, true or false, a note, text or JSON")
+    setCommand
+        ->add_option("VALUE", set->value,
+                     "Its new value: a number, true or false, a note, text or JSON")
         ->required();
     setCommand->add_flag("--json", set->json, "Print JSON");
     setCommand->callback([&context, set, keyOf, printValues] {
@@ -192,20 +210,25 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
     };
     const auto showFavorites = [&context](bool json) {
         const auto chords = FretquillUserLibraryStore(appStore()).favoriteChords();
-        if (json) context.out << chordsJson(chords).dump() << "\n";
-        else printChords(context.out, chords, "No favourites yet. Add one with: fretquill favorites add Am7");
+        if (json)
+            context.out << chordsJson(chords).dump() << "\n";
+        else
+            printChords(context.out, chords,
+                        "No favourites yet. Add one with: fretquill favorites add Am7");
         return 0;
     };
     auto favoritesList = std::make_shared<ChordOptions>();
     auto* favoritesListCommand = favorites->add_subcommand("list", "List your favourites");
     favoritesListCommand->add_flag("--json", favoritesList->json, "Print JSON");
     favoritesListCommand->callback([&context, favoritesList, showFavorites] {
-        *context.action = [favoritesList, showFavorites] { return showFavorites(favoritesList->json); };
+        *context.action = [favoritesList, showFavorites] {
+            return showFavorites(favoritesList->json);
+        };
     });
     for (const bool adding : {true, false}) {
         auto options = std::make_shared<ChordOptions>();
-        auto* command = favorites->add_subcommand(adding ? "add" : "remove",
-                                                  adding ? "Make a chord a favourite" : "Remove a favourite");
+        auto* command = favorites->add_subcommand(
+            adding ? "add" : "remove", adding ? "Make a chord a favourite" : "Remove a favourite");
         options->chord.addOptions(command);
         command->add_flag("--json", options->json, "Print JSON");
         command->callback([&context, options, showFavorites, adding] {
@@ -222,8 +245,10 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
     collections->require_subcommand(1);
     const auto showCollections = [&context](bool json) {
         const auto all = FretquillUserLibraryStore(appStore()).collections();
-        if (json) context.out << collectionsJson(all).dump() << "\n";
-        else printCollections(context.out, all);
+        if (json)
+            context.out << collectionsJson(all).dump() << "\n";
+        else
+            printCollections(context.out, all);
         return 0;
     };
     struct CollectionCommand {
@@ -232,7 +257,8 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
         bool takesID;
         bool takesName;
         bool takesChord;
-        std::function<tl::expected<void, Error>(FretquillUserLibraryStore&, const ChordOptions&)> run;
+        std::function<tl::expected<void, Error>(FretquillUserLibraryStore&, const ChordOptions&)>
+            run;
     };
     const std::vector<CollectionCommand> commands{
         {"list", "List your collections", false, false, false, {}},
@@ -243,19 +269,30 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
              return {};
          }},
         {"rename", "Rename a collection", true, true, false,
-         [](auto& library, const auto& o) { return library.renameCollection(o.collection, o.name); }},
+         [](auto& library, const auto& o) {
+             return library.renameCollection(o.collection, o.name);
+         }},
         {"delete", "Delete a collection", true, false, false,
          [](auto& library, const auto& o) { return library.deleteCollection(o.collection); }},
         {"add", "Add a chord to a collection", true, false, true,
-         [](auto& library, const auto& o) { return library.addChord(o.chord.resolve(), o.collection); }},
+         [](auto& library, const auto& o) {
+             return library.addChord(o.chord.resolve(), o.collection);
+         }},
         {"remove", "Remove a chord from a collection", true, false, true,
-         [](auto& library, const auto& o) { return library.removeChord(o.chord.resolve(), o.collection); }},
+         [](auto& library, const auto& o) {
+             return library.removeChord(o.chord.resolve(), o.collection);
+         }},
     };
     for (const auto& entry : commands) {
         auto options = std::make_shared<ChordOptions>();
         auto* command = collections->add_subcommand(entry.name, entry.help);
-        if (entry.takesID) command->add_option("ID", options->collection, "The collection's id (collections list shows it)")->required();
-        if (entry.takesName) command->add_option("NAME", options->name, "The collection's name")->required();
+        if (entry.takesID)
+            command
+                ->add_option("ID", options->collection,
+                             "The collection's id (collections list shows it)")
+                ->required();
+        if (entry.takesName)
+            command->add_option("NAME", options->name, "The collection's name")->required();
         if (entry.takesChord) options->chord.addOptions(command);
         command->add_flag("--json", options->json, "Print JSON");
         command->callback([&context, options, showCollections, run = entry.run] {

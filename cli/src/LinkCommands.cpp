@@ -1,8 +1,7 @@
 #include "LinkCommands.h"
 
-#include "CommandSupport.h"
-
 #include "ChordInput.h"
+#include "CommandSupport.h"
 #include "FretDiagram.h"
 
 #include <fq/core/ChordDataManager.h>
@@ -39,8 +38,11 @@ void addLinkCommands(CLI::App& app, CommandContext& context) {
         bool json = false;
     };
     auto parse = std::make_shared<ParseOptions>();
-    auto* parseCommand = link->add_subcommand("parse", "Which chord (inversion, shape) a link points at");
-    parseCommand->add_option("URL", parse->url, "A link such as https://fretquill.app/chords/c-major/e/x32010")
+    auto* parseCommand =
+        link->add_subcommand("parse", "Which chord (inversion, shape) a link points at");
+    parseCommand
+        ->add_option("URL", parse->url,
+                     "A link such as https://fretquill.app/chords/c-major/e/x32010")
         ->required();
     parseCommand->add_flag("--json", parse->json, "Print JSON");
     parseCommand->callback([&context, parse] {
@@ -51,8 +53,10 @@ void addLinkCommands(CLI::App& app, CommandContext& context) {
                 context.out << routeJson(*route).dump() << "\n";
             } else {
                 const auto& chord = route->chord;
-                context.out << core::ChordDataManager::shared().name(chord.rootNote, chord.chordType, chord.variant);
-                if (route->selectedPosition) context.out << "  " << compactFrets(*route->selectedPosition);
+                context.out << core::ChordDataManager::shared().name(
+                    chord.rootNote, chord.chordType, chord.variant);
+                if (route->selectedPosition)
+                    context.out << "  " << compactFrets(*route->selectedPosition);
                 context.out << "\n";
             }
             return 0;
@@ -67,7 +71,8 @@ void addLinkCommands(CLI::App& app, CommandContext& context) {
     auto make = std::make_shared<MakeOptions>();
     auto* makeCommand = link->add_subcommand("make", "The web link that opens a chord, to share");
     make->chord.addOptions(makeCommand);
-    makeCommand->add_option("--fingering", make->fingering, "A shape to open with the chord: x32010 or x,3,2,0,1,0");
+    makeCommand->add_option("--fingering", make->fingering,
+                            "A shape to open with the chord: x32010 or x,3,2,0,1,0");
     makeCommand->add_flag("--json", make->json, "Print JSON");
     makeCommand->callback([&context, make] {
         *context.action = [&context, make] {
@@ -75,8 +80,10 @@ void addLinkCommands(CLI::App& app, CommandContext& context) {
             std::optional<std::vector<int>> frets;
             if (!make->fingering.empty()) frets = valueOrThrow(fretsFromText(make->fingering));
             const auto url = frets ? links::chordWebURL(chord, *frets) : links::chordWebURL(chord);
-            if (make->json) context.out << Json{{"url", url}}.dump() << "\n";
-            else context.out << url << "\n";
+            if (make->json)
+                context.out << Json{{"url", url}}.dump() << "\n";
+            else
+                context.out << url << "\n";
             return 0;
         };
     });

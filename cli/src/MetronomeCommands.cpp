@@ -304,10 +304,11 @@ private:
 class DiagnosticsAboveStatus {
 public:
     explicit DiagnosticsAboveStatus(bool active) : file_(active ? std::tmpfile() : nullptr) {
-        if (file_) setDiagnosticSink([file = file_](std::string_view line) {
-            std::fwrite(line.data(), 1, line.size(), file);
-            std::fputc('\n', file);
-        });
+        if (file_)
+            setDiagnosticSink([file = file_](std::string_view line) {
+                std::fwrite(line.data(), 1, line.size(), file);
+                std::fputc('\n', file);
+            });
     }
     ~DiagnosticsAboveStatus() {
         if (!file_) return;
@@ -385,7 +386,7 @@ void runLive(std::ostream& out, const MetronomeOptions& options) {
     controller.setKeyIndex(settings.keyIndex);
     controller.setAccentFirstBeat(settings.accentFirstBeat);
     if (!audio::runMainUntil([&] { return manager.audioUnit() != nullptr && engine.isRunning(); },
-                      startTimeout)) {
+                             startTimeout)) {
         controller.close();
         throw CommandError(manager.audioUnit() == nullptr ? "The metronome could not be set up"
                                                           : "The audio output did not start");

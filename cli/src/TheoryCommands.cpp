@@ -1,7 +1,7 @@
 #include "TheoryCommands.h"
 
-#include "CommandSupport.h"
 #include "ChordInput.h"
+#include "CommandSupport.h"
 #include "FretDiagram.h"
 
 #include <fq/core/AccompanimentPatterns.h>

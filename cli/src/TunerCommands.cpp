@@ -200,7 +200,7 @@ void tuneLive(double duration, bool json, std::ostream& out) {
     session.sceneDidBecomeActive();
     recognizer->start();
     if (!audio::runMainUntil([&] { return handler->isPatchOpened() || handler->patchError(); },
-                      activationTimeout) ||
+                             activationTimeout) ||
         handler->patchError()) {
         recognizer->stop();
         releaseSession(session);

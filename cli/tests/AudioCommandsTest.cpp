@@ -1,5 +1,5 @@
-#include "CliRun.h"
 #include "AudioTestSupport.h"
+#include "CliRun.h"
 #include "PulseTestServer.h"
 
 #include <gtest/gtest.h>

@@ -27,7 +27,9 @@ TEST(ChordInputTest, SymbolsInEveryWayAPersonTypesThem) {
         EXPECT_EQ(*found, chord) << text;
     }
     for (const auto& [text, message] : std::vector<std::pair<std::string_view, std::string_view>>{
-             {"H7", "Unknown chord: H7"}, {"", "Unknown chord: "}, {"cm7", "Unknown chord: cm7"},
+             {"H7", "Unknown chord: H7"},
+             {"", "Unknown chord: "},
+             {"cm7", "Unknown chord: cm7"},
              {"C  minor", "Unknown chord: C  minor"}}) {
         const auto found = chordFromSymbol(text);
         ASSERT_FALSE(found) << text;
@@ -39,13 +41,14 @@ TEST(ChordInputTest, PartsAreCheckedAgainstTheCatalogue) {
     EXPECT_EQ(chordFromParts("F#", "minor 7th", 1), (Chord{Note::Fs, "minor 7th", 1}));
     EXPECT_EQ(chordFromParts("B♯", "major", 2), (Chord{Note::Bs, "major", 2}));
     EXPECT_EQ(chordFromParts("Dbb", "major", 0), (Chord{Note::Ddf, "major", 0}));
-    const std::vector<std::tuple<std::string_view, std::string_view, int, std::string_view>> failures{
-        {"H", "major", 0, "Unknown note: H"},
-        {"C#x", "major", 0, "Unknown note: C#x"},
-        {"C", "Major", 0, "Unknown chord type: Major"},
-        {"C", "major", 3, "Variant 3 is out of range for C major (0 to 2)"},
-        {"C", "major", -1, "Variant -1 is out of range for C major (0 to 2)"},
-    };
+    const std::vector<std::tuple<std::string_view, std::string_view, int, std::string_view>>
+        failures{
+            {"H", "major", 0, "Unknown note: H"},
+            {"C#x", "major", 0, "Unknown note: C#x"},
+            {"C", "Major", 0, "Unknown chord type: Major"},
+            {"C", "major", 3, "Variant 3 is out of range for C major (0 to 2)"},
+            {"C", "major", -1, "Variant -1 is out of range for C major (0 to 2)"},
+        };
     for (const auto& [root, type, variant, message] : failures) {
         const auto chord = chordFromParts(root, type, variant);
         ASSERT_FALSE(chord) << root << " " << type;

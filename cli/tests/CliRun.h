@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-
 #include <sys/wait.h>
 
 #include <algorithm>

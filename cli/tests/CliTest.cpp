@@ -30,7 +30,8 @@ TEST(CliTest, ChordShowPrintsTheDocumentedJson) {
     ASSERT_EQ(result.status, 0) << result.err;
     const auto json = nlohmann::ordered_json::parse(result.out);
     std::vector<std::string> keys;
-    for (const auto& [key, value] : json.items()) keys.push_back(key);
+    for (const auto& [key, value] : json.items())
+        keys.push_back(key);
     EXPECT_EQ(keys, (std::vector<std::string>{"chord", "name", "shortestName", "formula", "notes",
                                               "intervalNames", "rootedIntervalNames", "aliases",
                                               "mood", "genres", "description"}));
@@ -38,13 +39,15 @@ TEST(CliTest, ChordShowPrintsTheDocumentedJson) {
     EXPECT_EQ(json["name"], "C major/E");
     EXPECT_EQ(json["shortestName"], "C/E");
     EXPECT_EQ(json["notes"], nlohmann::json::parse(R"(["C","E","G"])"));
-    EXPECT_EQ(json["rootedIntervalNames"], nlohmann::json::parse(R"(["Major Third","Perfect Fifth","Root"])"));
+    EXPECT_EQ(json["rootedIntervalNames"],
+              nlohmann::json::parse(R"(["Major Third","Perfect Fifth","Root"])"));
     EXPECT_EQ(json["mood"], "happy, bright, stable, uplifting");
     EXPECT_EQ(json["description"].get<std::string>().rfind("The C major chord", 0), 0u);
 }
 
 TEST(CliTest, ChordsByPartsAndVariants) {
-    const auto byParts = run({"chord", "show", "--root", "Eb", "--type", "minor 7th", "--variant", "2", "--json"});
+    const auto byParts =
+        run({"chord", "show", "--root", "Eb", "--type", "minor 7th", "--variant", "2", "--json"});
     ASSERT_EQ(byParts.status, 0) << byParts.err;
     EXPECT_EQ(nlohmann::json::parse(byParts.out)["name"], "E♭ minor 7th/B♭");
     const auto symbolWithVariant = run({"chord", "show", "Am", "--variant", "1", "--json"});
@@ -75,7 +78,8 @@ TEST(CliTest, ShapesAndFingers) {
     ASSERT_EQ(list.size(), 3u);
     EXPECT_EQ(list.front().dump(), R"({"position":[-1,3,2,0,1,0],"fingering":[0,3,2,0,1,0]})");
 
-    const auto dropD = nlohmann::json::parse(run({"chord", "shapes", "D", "--tuning", "D,A,D,G,B,E", "--json"}).out);
+    const auto dropD = nlohmann::json::parse(
+        run({"chord", "shapes", "D", "--tuning", "D,A,D,G,B,E", "--json"}).out);
     const auto standard = nlohmann::json::parse(run({"chord", "shapes", "D", "--json"}).out);
     EXPECT_NE(dropD, standard);
     EXPECT_EQ(run({"chord", "shapes", "C", "--limit", "0", "--json"}).out, "[]\n");
@@ -83,7 +87,8 @@ TEST(CliTest, ShapesAndFingers) {
     const auto text = run({"chord", "shapes", "F", "--limit", "1"});
     EXPECT_NE(text.out.find("133211"), std::string::npos) << text.out;
     EXPECT_NE(text.out.find("1 │ │ │ 1 1"), std::string::npos) << "the barre on the first fret";
-    EXPECT_NE(text.out.find("│ 3 4 │ │ │"), std::string::npos) << "ring and little finger on the third";
+    EXPECT_NE(text.out.find("│ 3 4 │ │ │"), std::string::npos)
+        << "ring and little finger on the third";
 
     for (const char* frets : {"1,3,3,2,1,1", "133211", "1, 3, 3, 2, 1, 1"})
         EXPECT_EQ(run({"chord", "fingering", frets, "--json"}).out, "[1,3,4,2,1,1]\n") << frets;
@@ -95,12 +100,14 @@ TEST(CliTest, BadInputIsOneLineOnStandardErrorWithStatusOne) {
     const std::vector<std::pair<std::vector<const char*>, std::string>> cases{
         {{"chord", "show", "H7"}, "Unknown chord: H7\n"},
         {{"chord", "show", "--root", "C", "--type", "mayor"}, "Unknown chord type: mayor\n"},
-        {{"chord", "show", "C", "--root", "D"}, "Give either a chord symbol or --root with --type, not both\n"},
+        {{"chord", "show", "C", "--root", "D"},
+         "Give either a chord symbol or --root with --type, not both\n"},
         {{"chord", "show"}, "Name a chord, e.g. \"Am7\", or give --root and --type\n"},
         {{"chord", "match", "C, H, G"}, "Unknown note: H\n"},
         {{"chord", "match", "C,E,"}, "Missing a note in \"C,E,\"\n"},
         {{"chord", "show", "C", "--variant", "many"}, ""},
-        {{"chord", "shapes", "C", "--tuning", "E,A,D,G,B"}, "A tuning needs six notes, lowest string first, like D,A,D,G,B,E: E,A,D,G,B\n"},
+        {{"chord", "shapes", "C", "--tuning", "E,A,D,G,B"},
+         "A tuning needs six notes, lowest string first, like D,A,D,G,B,E: E,A,D,G,B\n"},
         {{"chord", "shapes", "C", "--tuning", "E,A,D,G,H,E"}, "Unknown note in tuning: H\n"},
         {{"chord", "shapes", "C", "--limit", "-2"}, "The limit must be 0 or more: -2\n"},
         {{"chord", "fingering", "x3201"}, ""},

@@ -18,14 +18,18 @@ std::pair<int, std::string> run(std::vector<const char*> arguments, std::string*
 TEST(LinkCommandsTest, LinksMadeAreLinksRead) {
     EXPECT_EQ(run({"link", "make", "C/E", "--fingering", "x32010", "--json"}).second,
               "{\"url\":\"https://fretquill.app/chords/c-major/e/x32010\"}\n");
-    EXPECT_EQ(run({"link", "make", "Bbm7"}).second, "https://fretquill.app/chords/b-flat-minor-7th\n");
+    EXPECT_EQ(run({"link", "make", "Bbm7"}).second,
+              "https://fretquill.app/chords/b-flat-minor-7th\n");
 
-    const auto [status, out] = run({"link", "parse", "https://fretquill.app/de/chords/c-major/e/x32010", "--json"});
+    const auto [status, out] =
+        run({"link", "parse", "https://fretquill.app/de/chords/c-major/e/x32010", "--json"});
     ASSERT_EQ(status, 0);
-    EXPECT_EQ(out, R"({"chord":{"rootNote":"C","chordType":"major","variant":1},"chordSlug":"c-major",)"
-                   R"("bassNote":"E","bassSlug":"e","selectedPosition":[-1,3,2,0,1,0]})"
-                   "\n");
-    EXPECT_EQ(nlohmann::json::parse(run({"link", "parse", "https://fretquill.app/chords/a-minor", "--json"}).second)
+    EXPECT_EQ(out,
+              R"({"chord":{"rootNote":"C","chordType":"major","variant":1},"chordSlug":"c-major",)"
+              R"("bassNote":"E","bassSlug":"e","selectedPosition":[-1,3,2,0,1,0]})"
+              "\n");
+    EXPECT_EQ(nlohmann::json::parse(
+                  run({"link", "parse", "https://fretquill.app/chords/a-minor", "--json"}).second)
                   .value("bassNote", nlohmann::json("absent")),
               nullptr);
 

@@ -1,5 +1,5 @@
-#include "PulseTestServer.h"
 #include "Cli.h"
+#include "PulseTestServer.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

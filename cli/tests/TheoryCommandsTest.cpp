@@ -2,8 +2,8 @@
 
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/TodayChordLibrary.h>
-#include <fq/personal/SharedStore.h>
 #include <fq/personal/PreferenceKeys.h>
+#include <fq/personal/SharedStore.h>
 #include <fq/personal/StoredNotificationCenter.h>
 
 #include <gtest/gtest.h>
@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <set>
-#include <stdexcept>
 #include <sstream>
+#include <stdexcept>
 
 namespace fq::cli {
 namespace {

@@ -63,8 +63,7 @@ TempoLevelBands TempoLevels::compute(std::span<const float> samples) noexcept {
     // beside the constant one in bin 0.
     const std::size_t bins = size / 2;
     const smpl_t* norm = transform.spectrum->norm;
-    transform.magnitudes[0] =
-        2.0f * std::sqrt(norm[0] * norm[0] + norm[bins] * norm[bins]);
+    transform.magnitudes[0] = 2.0f * std::sqrt(norm[0] * norm[0] + norm[bins] * norm[bins]);
     for (std::size_t k = 1; k < bins; ++k)
         transform.magnitudes[k] = 2.0f * norm[k];
 

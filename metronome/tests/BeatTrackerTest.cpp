@@ -37,10 +37,9 @@ std::vector<float> clickTrack(double bpm, double seconds, int accentEvery = 4,
 std::vector<SharedTempoBuffer> buffersOf(const std::vector<float>& audio) {
     std::vector<SharedTempoBuffer> buffers;
     for (std::size_t at = 0; at + 4096 <= audio.size(); at += 4096)
-        buffers.push_back(std::make_shared<TempoBuffer>(
-            TempoBuffer{{audio.begin() + static_cast<long>(at),
-                       audio.begin() + static_cast<long>(at + 4096)},
-                      rate}));
+        buffers.push_back(std::make_shared<TempoBuffer>(TempoBuffer{
+            {audio.begin() + static_cast<long>(at), audio.begin() + static_cast<long>(at + 4096)},
+            rate}));
     return buffers;
 }
 
@@ -119,8 +118,8 @@ TEST(AubioBeatTracker, NothingToHearGivesNoTempo) {
 std::vector<float> sine(double frequency, float amplitude, std::size_t frames) {
     std::vector<float> samples(frames);
     for (std::size_t i = 0; i < frames; ++i)
-        samples[i] = amplitude * static_cast<float>(
-                                     std::sin(2 * std::numbers::pi * frequency * static_cast<double>(i) / rate));
+        samples[i] = amplitude * static_cast<float>(std::sin(2 * std::numbers::pi * frequency *
+                                                             static_cast<double>(i) / rate));
     return samples;
 }
 
@@ -131,8 +130,8 @@ TEST(TempoLevels, BandsFollowTheTransformSize) {
         int bandsWithBins; // the rest read 0.05
     };
     // 4096 frames use 1024 (21 bins a band); 100 use 64 (32 bins, 1 a band)
-    for (const Case c : {Case{4096, 24}, Case{1024, 24}, Case{100, 24}, Case{40, 16},
-                         Case{1, 0}, Case{0, 0}}) {
+    for (const Case c :
+         {Case{4096, 24}, Case{1024, 24}, Case{100, 24}, Case{40, 16}, Case{1, 0}, Case{0, 0}}) {
         SCOPED_TRACE(c.frames);
         const auto silent = levels.compute(std::vector<float>(c.frames, 0.0f));
         for (int band = 0; band < 24; ++band)

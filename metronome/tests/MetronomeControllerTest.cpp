@@ -153,10 +153,10 @@ TEST_F(MetronomeControllerTest, TheSwitchDrivesTheUnitListeningAndTheLiveActivit
     EXPECT_FALSE(personal::read(*store_, keys::isLaunchedUsingAppIntent));
     EXPECT_FALSE(controller.isListeningForTempo());
     EXPECT_EQ(controller.tempoEQLevels(), std::vector<float>(24, 0.08f));
-    EXPECT_EQ(surface_.calls,
-              (std::vector<std::string>{
-                  "stop",
-                  R"(request {"bpm":120,"beats":4,"subdivisions":1,"isMetronomeOn":true})"}));
+    EXPECT_EQ(
+        surface_.calls,
+        (std::vector<std::string>{
+            "stop", R"(request {"bpm":120,"beats":4,"subdivisions":1,"isMetronomeOn":true})"}));
     EXPECT_TRUE(diagnostics.contains("Live Activity started successfully"));
 
     controller.setBeats(3);

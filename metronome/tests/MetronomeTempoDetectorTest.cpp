@@ -20,7 +20,9 @@ constexpr double rate = 44100.0;
 /// The platform under the audio session: grants or refuses activation.
 class FakeDeviceLayer final : public audio::AudioDeviceLayer {
 public:
-    audio::SessionCategory category() const override { return audio::SessionCategory::playAndRecord; }
+    audio::SessionCategory category() const override {
+        return audio::SessionCategory::playAndRecord;
+    }
     unsigned categoryOptions() const override { return 0; }
     audio::SessionMode mode() const override { return audio::SessionMode::standard; }
     tl::expected<void, Error> setCategory(audio::SessionCategory, unsigned) override { return {}; }
@@ -75,7 +77,8 @@ public:
 /// Scripted results; remembers the duration of every window it was given.
 class FakeTracker final : public BeatTracker {
 public:
-    tl::expected<MusicAnalysis, Error> analyze(std::span<const SharedTempoBuffer> buffers) override {
+    tl::expected<MusicAnalysis, Error>
+    analyze(std::span<const SharedTempoBuffer> buffers) override {
         double duration = 0;
         for (const auto& buffer : buffers)
             duration += buffer->duration();
@@ -104,8 +107,8 @@ protected:
     }
 
     void makeDetector(BeatTracker& tracker) {
-        detector_ = MetronomeTempoDetector::create(
-            {main_.get_executor(), analysis_.get_executor(), scheduler_, *capture_, input_, tracker});
+        detector_ = MetronomeTempoDetector::create({main_.get_executor(), analysis_.get_executor(),
+                                                    scheduler_, *capture_, input_, tracker});
     }
 
     /// Runs the main thread, the activation queue and (unless held) the analysis.
@@ -284,7 +287,8 @@ TEST_F(MetronomeTempoDetectorTest, AFailedStartSaysTheMicrophoneIsUnavailable) {
         input_.failStart = failure == Failure::engineStart;
         states_.clear();
         start();
-        EXPECT_THAT(texts(), ::testing::ElementsAre("Listening for tempo", "Microphone unavailable"));
+        EXPECT_THAT(texts(),
+                    ::testing::ElementsAre("Listening for tempo", "Microphone unavailable"));
         EXPECT_EQ(states_.back().kind, Kind::unavailable);
         EXPECT_FALSE(capturing());
         EXPECT_FALSE(input_.feeder.hasTap());
@@ -323,7 +327,8 @@ TEST_F(MetronomeTempoDetectorTest, TheRealTrackerHearsClicks) {
     for (int beat = 0; beat < 4; ++beat)
         for (std::size_t i = 0; i < 1200; ++i)
             clicks[static_cast<std::size_t>(beat * rate / 2) + i] =
-                noise(random) * std::exp(-static_cast<float>(i) / 200.0f) * (beat == 0 ? 1.0f : 0.5f);
+                noise(random) * std::exp(-static_cast<float>(i) / 200.0f) *
+                (beat == 0 ? 1.0f : 0.5f);
     start();
     play(12.5, &clicks);
     ASSERT_FALSE(tempos_.empty());

@@ -5,10 +5,9 @@
 #include "fq/navigation/LinkHandler.h"
 
 // the SQLite C API is wrapped once, in the personal store; the index uses that wrapper
-#include <fq/documents/Sqlite.h>
-
 #include <fq/core/Diagnostics.h>
 #include <fq/documents/DataLocations.h>
+#include <fq/documents/Sqlite.h>
 #include <fq/personal/PreferenceKeys.h>
 
 #include <algorithm>
@@ -94,7 +93,8 @@ NameForms nameForms(const FretquillSearchIndexRecord& record) {
     std::vector<std::string> loose{unicode::lowerCased(record.title),
                                    unicode::lowerCased(record.displayName)};
     for (const auto* list : {&record.aliases, &record.keywords})
-        for (const auto& name : *list) loose.push_back(unicode::lowerCased(name));
+        for (const auto& name : *list)
+            loose.push_back(unicode::lowerCased(name));
     return {lines(exact), lines(loose)};
 }
 
@@ -276,8 +276,9 @@ SqliteSearchIndex::indexSearchableItems(std::span<const SearchableItem> items) {
                                   .bindText(4, lines(bodyForms))
                                   .run();
             if (!done) return tl::unexpected(errorOf(done.error()));
-            auto row = connection.prepare("INSERT INTO item_rows (row, id, domain, priority, "
-                                          "exact, loose, record) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
+            auto row =
+                connection.prepare("INSERT INTO item_rows (row, id, domain, priority, "
+                                   "exact, loose, record) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
             if (!row) return tl::unexpected(errorOf(row.error()));
             const auto forms = nameForms(record);
             if (auto kept = row->bind(1, connection.lastInsertRowid())

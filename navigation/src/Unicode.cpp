@@ -11,7 +11,8 @@ namespace fq::navigation::unicode {
 namespace {
 
 icu::UnicodeString fromUtf8(std::string_view text) {
-    return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
+    return icu::UnicodeString::fromUTF8(
+        icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
 }
 
 std::string toUtf8(const icu::UnicodeString& text) {
@@ -35,7 +36,9 @@ void forEachCodePoint(std::string_view text, Visit visit) {
 
 } // namespace
 
-std::string lowerCased(std::string_view text) { return toUtf8(fromUtf8(text).toLower(icu::Locale::getRoot())); }
+std::string lowerCased(std::string_view text) {
+    return toUtf8(fromUtf8(text).toLower(icu::Locale::getRoot()));
+}
 
 std::string folded(std::string_view text) {
     UErrorCode status = U_ZERO_ERROR;
@@ -55,8 +58,10 @@ std::string folded(std::string_view text) {
 std::string replacingNonAlphanumerics(std::string_view text, char replacement, bool keepSpaces) {
     std::string result;
     forEachCodePoint(text, [&](UChar32 c, std::string_view bytes) {
-        if (c >= 0 && (u_isalnum(c) || (keepSpaces && u_isUWhiteSpace(c)))) result.append(bytes);
-        else result += replacement;
+        if (c >= 0 && (u_isalnum(c) || (keepSpaces && u_isUWhiteSpace(c))))
+            result.append(bytes);
+        else
+            result += replacement;
     });
     return result;
 }

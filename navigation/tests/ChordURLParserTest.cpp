@@ -13,17 +13,29 @@ using core::Note;
 
 TEST(ChordURLParserTest, NoteSlugsBothWays) {
     const std::vector<std::pair<std::string_view, std::optional<std::string>>> slugs{
-        {"C", "c"}, {"C♯", "c-sharp"}, {" e♭ ", "e-flat"}, {"F𝄪", "f-double-sharp"}, {"Bbb", "b-flat-flat"},
-        {"G##", "g-double-sharp"}, {"D♭♭♭", std::nullopt}, {"H", std::nullopt}, {"", std::nullopt}, {"C♯x", std::nullopt},
+        {"C", "c"},
+        {"C♯", "c-sharp"},
+        {" e♭ ", "e-flat"},
+        {"F𝄪", "f-double-sharp"},
+        {"Bbb", "b-flat-flat"},
+        {"G##", "g-double-sharp"},
+        {"D♭♭♭", std::nullopt},
+        {"H", std::nullopt},
+        {"", std::nullopt},
+        {"C♯x", std::nullopt},
     };
-    for (const auto& [note, slug] : slugs) EXPECT_EQ(noteSlug(note), slug) << note;
+    for (const auto& [note, slug] : slugs)
+        EXPECT_EQ(noteSlug(note), slug) << note;
 
     const std::vector<std::pair<std::string_view, std::optional<Note>>> notes{
-        {"b-flat", Note::Bf},  {"c", Note::C},         {"b-sharp", Note::C},  {"f-flat", Note::E},
-        {"e-double-sharp", Note::Fs}, {"c-flat-flat", Note::As}, {"a-flat", Note::Af}, {"h", std::nullopt},
+        {"b-flat", Note::Bf},         {"c", Note::C},
+        {"b-sharp", Note::C},         {"f-flat", Note::E},
+        {"e-double-sharp", Note::Fs}, {"c-flat-flat", Note::As},
+        {"a-flat", Note::Af},         {"h", std::nullopt},
         {"c-sharpish", std::nullopt}, {"", std::nullopt},
     };
-    for (const auto& [slug, note] : notes) EXPECT_EQ(noteFromSlug(slug), note) << slug;
+    for (const auto& [slug, note] : notes)
+        EXPECT_EQ(noteFromSlug(slug), note) << slug;
 }
 
 TEST(ChordURLParserTest, TypeSlugsMatchKeysAndIdentifiers) {
@@ -40,12 +52,14 @@ TEST(ChordURLParserTest, TypeSlugsMatchKeysAndIdentifiers) {
 TEST(ChordURLParserTest, FingeringCodes) {
     EXPECT_EQ(encodeFingering(std::vector{-1, 3, 2, 0, 1, 0}), "x32010");
     EXPECT_EQ(encodeFingering(std::vector{10, 12, 32, 34, 35, -1}), "acwyzx");
-    EXPECT_EQ(encodeFingering(std::vector{33, 0, 0, 0, 0, 0}), std::nullopt) << "33 would read back as x";
+    EXPECT_EQ(encodeFingering(std::vector{33, 0, 0, 0, 0, 0}), std::nullopt)
+        << "33 would read back as x";
     EXPECT_EQ(encodeFingering(std::vector{36, 0, 0, 0, 0, 0}), std::nullopt);
     EXPECT_EQ(encodeFingering(std::vector{0, 0, 0}), std::nullopt);
     EXPECT_EQ(decodeFingering("X32010"), (std::vector{-1, 3, 2, 0, 1, 0}));
     EXPECT_EQ(decodeFingering("acwyzx"), (std::vector{10, 12, 32, 34, 35, -1}));
-    for (const char* bad : {"xxxxxx", "x3201", "x320100", "x3201!", ""}) EXPECT_EQ(decodeFingering(bad), std::nullopt) << bad;
+    for (const char* bad : {"xxxxxx", "x3201", "x320100", "x3201!", ""})
+        EXPECT_EQ(decodeFingering(bad), std::nullopt) << bad;
 }
 
 std::optional<ParsedChordRoute> parse(std::string_view path) {
@@ -57,9 +71,11 @@ TEST(ChordURLParserTest, ReadingLinks) {
     ASSERT_TRUE(cMajor);
     EXPECT_EQ(cMajor->chord, (Chord{Note::C, "major", 0}));
     EXPECT_EQ(cMajor->chordSlug, "c-major");
-    for (const char* same : {"/de/chords/c-major", "/pt-BR/chords/c-major", "/zh-Hant-TW/chords/c-major", "/chords/C-Major/"})
+    for (const char* same : {"/de/chords/c-major", "/pt-BR/chords/c-major",
+                             "/zh-Hant-TW/chords/c-major", "/chords/C-Major/"})
         EXPECT_EQ(parse(same).value_or(ParsedChordRoute{}).chord, cMajor->chord) << same;
-    EXPECT_EQ(parseChordURL("fretquill://www.FRETQUILL.app/chords/c-major")->chord, cMajor->chord) << "scheme not examined";
+    EXPECT_EQ(parseChordURL("fretquill://www.FRETQUILL.app/chords/c-major")->chord, cMajor->chord)
+        << "scheme not examined";
 
     EXPECT_EQ(parse("/chords/b-flat-minor-7th")->chord, (Chord{Note::Bf, "minor 7th", 0}));
     EXPECT_EQ(parse("/chords/c-sharp-minor")->chord, (Chord{Note::Cs, "minor", 0}));
@@ -78,17 +94,19 @@ TEST(ChordURLParserTest, ReadingLinks) {
 
     EXPECT_EQ(parse("/chords/c-major?variant=2")->chord.variant, 2);
     EXPECT_EQ(parse("/chords/c-major?VARIANT=+1")->bassNote, Note::E);
-    for (const char* ignored : {"/chords/c-major?variant=-1", "/chords/c-major?variant=x", "/chords/c-major?variant=3",
-                                "/chords/c-major?variant=99999999999", "/chords/c-major?variant"}) {
+    for (const char* ignored :
+         {"/chords/c-major?variant=-1", "/chords/c-major?variant=x", "/chords/c-major?variant=3",
+          "/chords/c-major?variant=99999999999", "/chords/c-major?variant"}) {
         const auto route = parse(ignored);
         ASSERT_TRUE(route) << ignored;
         EXPECT_EQ(route->chord.variant, 0) << ignored;
         EXPECT_FALSE(route->bassNote) << ignored;
     }
 
-    for (const char* refused : {"/chords/c-major/e/x3201", "/chords/c-major/e/x32010/more", "/abcd/chords/c-major",
-                                "/chords/c-sharp", "/chords/c", "/chords/h-major", "/chords/cmajor", "/chords/c-mayor",
-                                "/chords", "/songs/c-major", "/chords/c-major/xxxxxx", "/chords/c-major/q/x32010"})
+    for (const char* refused :
+         {"/chords/c-major/e/x3201", "/chords/c-major/e/x32010/more", "/abcd/chords/c-major",
+          "/chords/c-sharp", "/chords/c", "/chords/h-major", "/chords/cmajor", "/chords/c-mayor",
+          "/chords", "/songs/c-major", "/chords/c-major/xxxxxx", "/chords/c-major/q/x32010"})
         EXPECT_FALSE(parse(refused)) << refused;
     EXPECT_FALSE(parseChordURL("https://example.com/chords/c-major"));
     EXPECT_FALSE(parseChordURL("fretquill.app/chords/c-major")) << "no host without a scheme";
@@ -118,8 +136,10 @@ TEST(ChordURLParserTest, EveryLinkTheProgramWritesReadsBackAsTheSameChord) {
     EXPECT_GT(checked, 3000u);
     EXPECT_EQ(chordWebURL({Note::C, "major", 1}), "https://fretquill.app/chords/c-major/e");
     EXPECT_EQ(chordWebURL({Note::C, "major", 5}), "https://fretquill.app/chords/c-major?variant=5");
-    EXPECT_EQ(chordWebURL({Note::C, "major", 0}, std::vector{33, 3, 2, 0, 1, 0}), "https://fretquill.app/chords/c-major");
-    EXPECT_EQ(chordWebURL({Note::Dfdf, "major", 0}), "https://fretquill.app/chords") << "no slug for a triple flat";
+    EXPECT_EQ(chordWebURL({Note::C, "major", 0}, std::vector{33, 3, 2, 0, 1, 0}),
+              "https://fretquill.app/chords/c-major");
+    EXPECT_EQ(chordWebURL({Note::Dfdf, "major", 0}), "https://fretquill.app/chords")
+        << "no slug for a triple flat";
 }
 
 } // namespace

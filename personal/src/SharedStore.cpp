@@ -1,9 +1,9 @@
 #include "fq/personal/SharedStore.h"
 
-#include <fq/core/Diagnostics.h>
-
-#include <fq/documents/Sqlite.h>
 #include "fq/documents/DataLocations.h"
+
+#include <fq/core/Diagnostics.h>
+#include <fq/documents/Sqlite.h>
 
 #include <fmt/format.h>
 
@@ -362,7 +362,8 @@ std::optional<StoreValue> SharedStore::value(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto found = state_->read(key);
     if (!found) {
-        fq::diagnostic(fmt::format("Cannot read {:?} from the preference store: {}", key, found.error().message));
+        fq::diagnostic(fmt::format("Cannot read {:?} from the preference store: {}", key,
+                                   found.error().message));
         return std::nullopt;
     }
     return std::move(*found);
@@ -389,7 +390,8 @@ std::vector<std::string> SharedStore::keys() const {
     std::lock_guard lock(mutex_);
     auto keys = state_->allKeys();
     if (!keys) {
-        fq::diagnostic(fmt::format("Cannot list the keys of the preference store: {}", keys.error().message));
+        fq::diagnostic(
+            fmt::format("Cannot list the keys of the preference store: {}", keys.error().message));
         return {};
     }
     return std::move(*keys);
@@ -488,7 +490,8 @@ std::optional<StoreValue> SharedStore::Transaction::value(std::string_view key) 
     if (key.empty()) return std::nullopt;
     auto found = state_.read(key);
     if (!found) {
-        fq::diagnostic(fmt::format("Cannot read {:?} from the preference store: {}", key, found.error().message));
+        fq::diagnostic(fmt::format("Cannot read {:?} from the preference store: {}", key,
+                                   found.error().message));
         return std::nullopt;
     }
     return std::move(*found);
@@ -554,8 +557,9 @@ void SharedStore::pollExternalChanges() {
         std::lock_guard lock(mutex_);
         auto found = state_->externalChanges();
         if (!found) {
-            fq::diagnostic(fmt::format("Cannot read other writers' changes from the preference store: {}",
-                                       found.error().message));
+            fq::diagnostic(
+                fmt::format("Cannot read other writers' changes from the preference store: {}",
+                            found.error().message));
             return;
         }
         changed = std::move(*found);

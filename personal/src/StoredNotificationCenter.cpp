@@ -58,7 +58,8 @@ tl::expected<void, Error> change(SharedStore& store, Edit edit) {
             return;
         }
         if (!edit(*requests)) return;
-        if (auto written = transaction.set(keys::pendingNotificationRequests.name, encode(*requests));
+        if (auto written =
+                transaction.set(keys::pendingNotificationRequests.name, encode(*requests));
             !written)
             failure = written.error();
     });

@@ -40,14 +40,17 @@ std::optional<std::vector<ChordCollection>> decodeCollections(const nlohmann::js
     std::vector<ChordCollection> collections;
     for (const auto& item : json)
         collections.push_back({item["id"].get<std::string>(), item["title"].get<std::string>(),
-                               item["imageName"].get<std::string>(), *decodeChords(item["chords"])});
+                               item["imageName"].get<std::string>(),
+                               *decodeChords(item["chords"])});
     return collections;
 }
 
 template <typename Item>
 auto decoderFor() {
-    if constexpr (std::is_same_v<Item, Chord>) return decodeChords;
-    else return decodeCollections;
+    if constexpr (std::is_same_v<Item, Chord>)
+        return decodeChords;
+    else
+        return decodeCollections;
 }
 
 template <typename Item>
@@ -65,7 +68,8 @@ StoredList<Item> decodeList(const std::optional<StoreValue>& stored) {
 template <typename Item>
 nlohmann::ordered_json encode(const std::vector<Item>& items) {
     auto array = nlohmann::ordered_json::array();
-    for (const auto& item : items) array.push_back(toJson(item));
+    for (const auto& item : items)
+        array.push_back(toJson(item));
     return array;
 }
 
@@ -73,9 +77,10 @@ template <typename Item>
 std::vector<Item> readList(const SharedStore& store, std::string_view key) {
     auto list = decodeList<Item>(store.value(key));
     if (list.unreadable)
-        diagnostic(fmt::format("The list under \"{}\" cannot be read and is shown as empty; it is kept until the "
-                               "next change saves it under a backup key",
-                               key));
+        diagnostic(fmt::format(
+            "The list under \"{}\" cannot be read and is shown as empty; it is kept until the "
+            "next change saves it under a backup key",
+            key));
     return std::move(list.items);
 }
 
@@ -90,9 +95,11 @@ tl::expected<void, Error> modifyList(SharedStore& store, std::string_view key, C
         auto list = decodeList<Item>(stored);
         if (list.unreadable) {
             std::string backup = std::string(key) + ".backup";
-            for (int n = 2; transaction.value(backup); ++n) backup = fmt::format("{}.backup.{}", key, n);
+            for (int n = 2; transaction.value(backup); ++n)
+                backup = fmt::format("{}.backup.{}", key, n);
             if (!transaction.set(backup, *stored)) return;
-            diagnostic(fmt::format("Saved the unreadable list under \"{}\" as \"{}\"", key, backup));
+            diagnostic(
+                fmt::format("Saved the unreadable list under \"{}\" as \"{}\"", key, backup));
         }
         if (auto result = change(list.items); !result) {
             refused = result.error();
@@ -106,11 +113,15 @@ tl::expected<void, Error> modifyList(SharedStore& store, std::string_view key, C
     return {};
 }
 
-std::string newCollectionID() { return "user-" + core::Uuid::random().text(); }
+std::string newCollectionID() {
+    return "user-" + core::Uuid::random().text();
+}
 
 std::string chordIdentifier(const Chord& chord) {
-    const auto name = core::ChordDataManager::shared().name(chord.rootNote, chord.chordType, chord.variant);
-    return name.empty() ? std::string(core::rawValue(chord.rootNote)) + " " + chord.chordType : name;
+    const auto name =
+        core::ChordDataManager::shared().name(chord.rootNote, chord.chordType, chord.variant);
+    return name.empty() ? std::string(core::rawValue(chord.rootNote)) + " " + chord.chordType
+                        : name;
 }
 
 using Done = tl::expected<void, Error>;
@@ -120,7 +131,8 @@ auto inCollection(std::string_view id, Change change) {
     return [id, change](std::vector<ChordCollection>& collections) -> Done {
         const auto found = std::find_if(collections.begin(), collections.end(),
                                         [&](const ChordCollection& c) { return c.id == id; });
-        if (found == collections.end()) return tl::unexpected(FretquillUserLibraryStoreError::collectionNotFound(id));
+        if (found == collections.end())
+            return tl::unexpected(FretquillUserLibraryStoreError::collectionNotFound(id));
         return change(collections, found);
     };
 }
@@ -129,8 +141,12 @@ auto inCollection(std::string_view id, Change change) {
 
 nlohmann::ordered_json toJson(const ChordCollection& collection) {
     auto chords = nlohmann::ordered_json::array();
-    for (const auto& chord : collection.chords) chords.push_back(core::toJson(chord));
-    return {{"id", collection.id}, {"title", collection.title}, {"imageName", collection.imageName}, {"chords", chords}};
+    for (const auto& chord : collection.chords)
+        chords.push_back(core::toJson(chord));
+    return {{"id", collection.id},
+            {"title", collection.title},
+            {"imageName", collection.imageName},
+            {"chords", chords}};
 }
 
 Error FretquillUserLibraryStoreError::chordNotFound(std::string_view identifier) {
@@ -139,33 +155,40 @@ Error FretquillUserLibraryStoreError::chordNotFound(std::string_view identifier)
 Error FretquillUserLibraryStoreError::collectionNotFound(std::string_view identifier) {
     return {fmt::format("Couldn’t find the collection with identifier \"{}\"", identifier)};
 }
-Error FretquillUserLibraryStoreError::emptyCollectionName() { return {"Enter a collection name."}; }
+Error FretquillUserLibraryStoreError::emptyCollectionName() {
+    return {"Enter a collection name."};
+}
 
 std::vector<Chord> FretquillUserLibraryStore::favoriteChords() const {
     return readList<Chord>(*store_, keys::favouritedChords.name);
 }
 
-tl::expected<void, Error> FretquillUserLibraryStore::setFavorite(const Chord& chord, bool isFavorite) {
-    return modifyList<Chord>(*store_, keys::favouritedChords.name, [&](std::vector<Chord>& favourites) -> Done {
-        const auto found = std::find(favourites.begin(), favourites.end(), chord);
-        if (isFavorite && found == favourites.end()) favourites.push_back(chord);
-        if (!isFavorite) {
-            if (found == favourites.end())
-                return tl::unexpected(FretquillUserLibraryStoreError::chordNotFound(chordIdentifier(chord)));
-            favourites.erase(found);
-        }
-        return {};
-    });
+tl::expected<void, Error> FretquillUserLibraryStore::setFavorite(const Chord& chord,
+                                                                 bool isFavorite) {
+    return modifyList<Chord>(
+        *store_, keys::favouritedChords.name, [&](std::vector<Chord>& favourites) -> Done {
+            const auto found = std::find(favourites.begin(), favourites.end(), chord);
+            if (isFavorite && found == favourites.end()) favourites.push_back(chord);
+            if (!isFavorite) {
+                if (found == favourites.end())
+                    return tl::unexpected(
+                        FretquillUserLibraryStoreError::chordNotFound(chordIdentifier(chord)));
+                favourites.erase(found);
+            }
+            return {};
+        });
 }
 
 std::vector<ChordCollection> FretquillUserLibraryStore::collections() const {
     return readList<ChordCollection>(*store_, keys::chordCollections.name);
 }
 
-tl::expected<ChordCollection, Error> FretquillUserLibraryStore::createCollection(std::string_view name) {
+tl::expected<ChordCollection, Error>
+FretquillUserLibraryStore::createCollection(std::string_view name) {
     const auto title = core::text::trimmed(name);
     if (title.empty()) return tl::unexpected(FretquillUserLibraryStoreError::emptyCollectionName());
-    ChordCollection collection{newCollectionID(), std::string(title), std::string(config::userCollectionImageName), {}};
+    ChordCollection collection{
+        newCollectionID(), std::string(title), std::string(config::userCollectionImageName), {}};
     auto done = modifyList<ChordCollection>(*store_, keys::chordCollections.name,
                                             [&](std::vector<ChordCollection>& collections) -> Done {
                                                 collections.push_back(collection);
@@ -175,7 +198,8 @@ tl::expected<ChordCollection, Error> FretquillUserLibraryStore::createCollection
     return collection;
 }
 
-tl::expected<void, Error> FretquillUserLibraryStore::renameCollection(std::string_view id, std::string_view name) {
+tl::expected<void, Error> FretquillUserLibraryStore::renameCollection(std::string_view id,
+                                                                      std::string_view name) {
     const auto title = core::text::trimmed(name);
     if (title.empty()) return tl::unexpected(FretquillUserLibraryStoreError::emptyCollectionName());
     return modifyList<ChordCollection>(*store_, keys::chordCollections.name,
@@ -193,23 +217,28 @@ tl::expected<void, Error> FretquillUserLibraryStore::deleteCollection(std::strin
                                        }));
 }
 
-tl::expected<void, Error> FretquillUserLibraryStore::addChord(const Chord& chord, std::string_view collectionID) {
+tl::expected<void, Error> FretquillUserLibraryStore::addChord(const Chord& chord,
+                                                              std::string_view collectionID) {
     return modifyList<ChordCollection>(*store_, keys::chordCollections.name,
                                        inCollection(collectionID, [&](auto&, auto found) -> Done {
                                            auto& chords = found->chords;
-                                           if (std::find(chords.begin(), chords.end(), chord) == chords.end())
+                                           if (std::find(chords.begin(), chords.end(), chord) ==
+                                               chords.end())
                                                chords.push_back(chord);
                                            return {};
                                        }));
 }
 
-tl::expected<void, Error> FretquillUserLibraryStore::removeChord(const Chord& chord, std::string_view collectionID) {
+tl::expected<void, Error> FretquillUserLibraryStore::removeChord(const Chord& chord,
+                                                                 std::string_view collectionID) {
     return modifyList<ChordCollection>(
-        *store_, keys::chordCollections.name, inCollection(collectionID, [&](auto&, auto found) -> Done {
+        *store_, keys::chordCollections.name,
+        inCollection(collectionID, [&](auto&, auto found) -> Done {
             auto& chords = found->chords;
             const auto at = std::find(chords.begin(), chords.end(), chord);
             if (at == chords.end())
-                return tl::unexpected(FretquillUserLibraryStoreError::chordNotFound(chordIdentifier(chord)));
+                return tl::unexpected(
+                    FretquillUserLibraryStoreError::chordNotFound(chordIdentifier(chord)));
             chords.erase(at);
             return {};
         }));
@@ -220,12 +249,14 @@ std::vector<Chord> FretquillUserLibraryStore::recentChords() const {
 }
 
 tl::expected<void, Error> FretquillUserLibraryStore::addRecentChord(const Chord& chord) {
-    return modifyList<Chord>(*store_, keys::recentlyViewedChords.name, [&](std::vector<Chord>& recent) -> Done {
-        std::erase(recent, chord);
-        recent.insert(recent.begin(), chord);
-        if (recent.size() > config::recentChordLimit) recent.resize(config::recentChordLimit);
-        return {};
-    });
+    return modifyList<Chord>(*store_, keys::recentlyViewedChords.name,
+                             [&](std::vector<Chord>& recent) -> Done {
+                                 std::erase(recent, chord);
+                                 recent.insert(recent.begin(), chord);
+                                 if (recent.size() > config::recentChordLimit)
+                                     recent.resize(config::recentChordLimit);
+                                 return {};
+                             });
 }
 
 } // namespace fq::personal

@@ -9,38 +9,48 @@ namespace {
 std::set<core::GuitarTuning> tuningSet(const nlohmann::json& json) {
     std::set<core::GuitarTuning> tunings;
     for (const auto& raw : json)
-        if (const auto tuning = core::guitarTuningFromRawValue(raw.get<int>())) tunings.insert(*tuning);
+        if (const auto tuning = core::guitarTuningFromRawValue(raw.get<int>()))
+            tunings.insert(*tuning);
     return tunings;
 }
 
 constexpr std::array<std::string_view, 7> fieldKeys{
-    keys::a4Frequency.name,     keys::accentFirstBeat.name,   keys::hapticsEnabled.name,
-    keys::currentRootNote.name, keys::metronomeSound.name,    keys::metronomeKeyIndex.name,
+    keys::a4Frequency.name,     keys::accentFirstBeat.name, keys::hapticsEnabled.name,
+    keys::currentRootNote.name, keys::metronomeSound.name,  keys::metronomeKeyIndex.name,
     keys::enabledTunings.name,
 };
 
 } // namespace
 
 UserPreferences::UserPreferences(std::shared_ptr<SharedStore> store) : store_(std::move(store)) {
-    for (const auto key : fieldKeys) reload(key);
+    for (const auto key : fieldKeys)
+        reload(key);
     storeObserver_ = store_->addObserver([this](std::string_view key) {
         if (std::find(fieldKeys.begin(), fieldKeys.end(), key) == fieldKeys.end()) return;
         reload(key);
         // a copy, so that an observer may add or remove observers
         const auto observers = observers_;
-        for (const auto& [id, observer] : observers) observer(key);
+        for (const auto& [id, observer] : observers)
+            observer(key);
     });
 }
 
 void UserPreferences::reload(std::string_view key) {
     const auto& store = *store_;
-    if (key == keys::a4Frequency.name) a4Frequency_ = read(store, keys::a4Frequency);
-    else if (key == keys::accentFirstBeat.name) accentFirstBeat_ = read(store, keys::accentFirstBeat);
-    else if (key == keys::hapticsEnabled.name) hapticsEnabled_ = read(store, keys::hapticsEnabled);
-    else if (key == keys::currentRootNote.name) currentRootNote_ = read(store, keys::currentRootNote);
-    else if (key == keys::metronomeSound.name) metronomeSound_ = read(store, keys::metronomeSound);
-    else if (key == keys::metronomeKeyIndex.name) metronomeKeyIndex_ = read(store, keys::metronomeKeyIndex);
-    else if (key == keys::enabledTunings.name) enabledTunings_ = tuningSet(read(store, keys::enabledTunings));
+    if (key == keys::a4Frequency.name)
+        a4Frequency_ = read(store, keys::a4Frequency);
+    else if (key == keys::accentFirstBeat.name)
+        accentFirstBeat_ = read(store, keys::accentFirstBeat);
+    else if (key == keys::hapticsEnabled.name)
+        hapticsEnabled_ = read(store, keys::hapticsEnabled);
+    else if (key == keys::currentRootNote.name)
+        currentRootNote_ = read(store, keys::currentRootNote);
+    else if (key == keys::metronomeSound.name)
+        metronomeSound_ = read(store, keys::metronomeSound);
+    else if (key == keys::metronomeKeyIndex.name)
+        metronomeKeyIndex_ = read(store, keys::metronomeKeyIndex);
+    else if (key == keys::enabledTunings.name)
+        enabledTunings_ = tuningSet(read(store, keys::enabledTunings));
 }
 
 tl::expected<void, Error> UserPreferences::setA4Frequency(double value) {
@@ -62,9 +72,11 @@ tl::expected<void, Error> UserPreferences::setMetronomeKeyIndex(std::int64_t val
     return write(*store_, keys::metronomeKeyIndex, value);
 }
 
-tl::expected<void, Error> UserPreferences::setEnabledTunings(const std::set<core::GuitarTuning>& value) {
+tl::expected<void, Error>
+UserPreferences::setEnabledTunings(const std::set<core::GuitarTuning>& value) {
     auto raw = nlohmann::json::array();
-    for (const auto tuning : value) raw.push_back(core::rawValue(tuning)); // the set orders by raw value
+    for (const auto tuning : value)
+        raw.push_back(core::rawValue(tuning)); // the set orders by raw value
     return write(*store_, keys::enabledTunings, raw);
 }
 

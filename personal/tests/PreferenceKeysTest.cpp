@@ -1,6 +1,6 @@
-#include "TemporaryStore.h"
-
 #include "fq/personal/PreferenceKeys.h"
+
+#include "TemporaryStore.h"
 
 #include <set>
 
@@ -15,19 +15,28 @@ TEST_F(PreferenceKeysTest, EveryKeyIsDeclaredOnceAndReadsItsDefaultWhenNothingIs
         EXPECT_TRUE(names.insert(nameOf(key)).second) << nameOf(key);
         EXPECT_EQ(preferenceKey(nameOf(key)), &key);
     }
-    for (const char* name : {"a4Frequency", "favouritedChords", "metronome_presets", "left_handed", "selectedTab",
-                             "libraryProgressionDeepLinkID", "cloudSyncMigrationVersion", "todayChordCategory"})
+    for (const char* name :
+         {"a4Frequency", "favouritedChords", "metronome_presets", "left_handed", "selectedTab",
+          "libraryProgressionDeepLinkID", "cloudSyncMigrationVersion", "todayChordCategory"})
         EXPECT_TRUE(names.count(name)) << name;
     EXPECT_EQ(preferenceKey("nonesuch"), nullptr);
 
     const std::vector<std::pair<std::string_view, nlohmann::json>> defaults{
-        {"a4Frequency", 440.0},        {"accentFirstBeat", true},  {"hapticsEnabled", true},
-        {"currentRootNote", "C"},      {"metronomeSound", 0},      {"metronomeKeyIndex", 1},
-        {"enabledTunings", {0, 1, 7}}, {"favouritedChords", nlohmann::json::array()},
-        {"tempo", 120},                {"selectedTab", 1},         {"showOnboarding", true},
+        {"a4Frequency", 440.0},
+        {"accentFirstBeat", true},
+        {"hapticsEnabled", true},
+        {"currentRootNote", "C"},
+        {"metronomeSound", 0},
+        {"metronomeKeyIndex", 1},
+        {"enabledTunings", {0, 1, 7}},
+        {"favouritedChords", nlohmann::json::array()},
+        {"tempo", 120},
+        {"selectedTab", 1},
+        {"showOnboarding", true},
         {"pendingChordListImageDataFromAppIntent", nullptr},
     };
-    for (const auto& [name, value] : defaults) EXPECT_EQ(currentValue(*store_, *preferenceKey(name)), value) << name;
+    for (const auto& [name, value] : defaults)
+        EXPECT_EQ(currentValue(*store_, *preferenceKey(name)), value) << name;
 }
 
 TEST_F(PreferenceKeysTest, TypedTextIsCheckedAndConverted) {
@@ -61,7 +70,8 @@ TEST_F(PreferenceKeysTest, TypedTextIsCheckedAndConverted) {
         const auto result = set(name, text);
         ASSERT_FALSE(result) << name << " " << text;
         EXPECT_EQ(result.error().message, message);
-        EXPECT_EQ(currentValue(*store_, *preferenceKey(name)), before) << "a refused value changes nothing";
+        EXPECT_EQ(currentValue(*store_, *preferenceKey(name)), before)
+            << "a refused value changes nothing";
     }
 }
 

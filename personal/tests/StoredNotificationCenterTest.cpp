@@ -1,8 +1,7 @@
 #include "fq/personal/StoredNotificationCenter.h"
 
-#include "fq/personal/PreferenceKeys.h"
-
 #include "TemporaryStore.h"
+#include "fq/personal/PreferenceKeys.h"
 
 #include <fq/core/TodayChordLibrary.h>
 

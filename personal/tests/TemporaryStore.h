@@ -13,7 +13,8 @@ namespace fq::personal {
 class TemporaryStoreTest : public testing::Test {
 protected:
     void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "fq-library-XXXXXX").string();
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "fq-library-XXXXXX").string();
         ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         folder_ = pattern;
         store_ = openStore();
@@ -33,6 +34,8 @@ protected:
     std::shared_ptr<SharedStore> store_;
 };
 
-inline core::Bytes bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
+inline core::Bytes bytesOf(std::string_view text) {
+    return {text.begin(), text.end()};
+}
 
 } // namespace fq::personal

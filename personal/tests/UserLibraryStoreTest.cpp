@@ -1,7 +1,7 @@
-#include "TemporaryStore.h"
-
-#include "fq/personal/PreferenceKeys.h"
 #include "fq/personal/UserLibraryStore.h"
+
+#include "TemporaryStore.h"
+#include "fq/personal/PreferenceKeys.h"
 
 #include <fq/core/CapturedDiagnostics.h>
 #include <fq/core/Diagnostics.h>
@@ -30,12 +30,14 @@ TEST_F(UserLibraryStoreTest, FavouritesKeepTheirOrderAndNeverRepeat) {
     ASSERT_TRUE(lib.setFavorite(aMinor, true));
     EXPECT_EQ(lib.favoriteChords(), (std::vector<Chord>{aMinor, cMajor}));
     ASSERT_TRUE(lib.setFavorite(aMinor, false));
-    EXPECT_EQ(FretquillUserLibraryStore(openStore()).favoriteChords(), (std::vector<Chord>{cMajor}));
+    EXPECT_EQ(FretquillUserLibraryStore(openStore()).favoriteChords(),
+              (std::vector<Chord>{cMajor}));
 
     const auto absent = lib.setFavorite(g7, false);
     ASSERT_FALSE(absent);
     EXPECT_EQ(absent.error().message, "Couldn’t find the chord with identifier \"G dominant 7th\"");
-    EXPECT_EQ(read(*store_, keys::favouritedChords).dump(), R"([{"chordType":"major","rootNote":"C","variant":0}])");
+    EXPECT_EQ(read(*store_, keys::favouritedChords).dump(),
+              R"([{"chordType":"major","rootNote":"C","variant":0}])");
 }
 
 TEST_F(UserLibraryStoreTest, CollectionsFromCreationToDeletion) {
@@ -69,13 +71,18 @@ TEST_F(UserLibraryStoreTest, MistakesAreRefusedWithTheirMessagesAndChangeNothing
     ASSERT_TRUE(campfire);
     const auto before = store_->bytes(keys::chordCollections.name);
 
-    const auto message = [](const auto& result) { return result ? std::string("succeeded") : result.error().message; };
+    const auto message = [](const auto& result) {
+        return result ? std::string("succeeded") : result.error().message;
+    };
     EXPECT_EQ(message(lib.createCollection("")), "Enter a collection name.");
     EXPECT_EQ(message(lib.createCollection(" \t ")), "Enter a collection name.");
     EXPECT_EQ(message(lib.renameCollection(campfire->id, "  ")), "Enter a collection name.");
-    EXPECT_EQ(message(lib.renameCollection("user-nope", "x")), "Couldn’t find the collection with identifier \"user-nope\"");
-    EXPECT_EQ(message(lib.deleteCollection("")), "Couldn’t find the collection with identifier \"\"");
-    EXPECT_EQ(message(lib.addChord(cMajor, "user-nope")), "Couldn’t find the collection with identifier \"user-nope\"");
+    EXPECT_EQ(message(lib.renameCollection("user-nope", "x")),
+              "Couldn’t find the collection with identifier \"user-nope\"");
+    EXPECT_EQ(message(lib.deleteCollection("")),
+              "Couldn’t find the collection with identifier \"\"");
+    EXPECT_EQ(message(lib.addChord(cMajor, "user-nope")),
+              "Couldn’t find the collection with identifier \"user-nope\"");
     EXPECT_EQ(message(lib.removeChord(Chord{Note::C, "major", 1}, campfire->id)),
               "Couldn’t find the chord with identifier \"C major/E\"");
     EXPECT_EQ(store_->bytes(keys::chordCollections.name), before);
@@ -83,9 +90,11 @@ TEST_F(UserLibraryStoreTest, MistakesAreRefusedWithTheirMessagesAndChangeNothing
 
 TEST_F(UserLibraryStoreTest, RecentChordsNewestFirstWithoutRepeatsAndAtMostThirty) {
     auto lib = library();
-    for (const auto& chord : {cMajor, aMinor, g7, cMajor}) ASSERT_TRUE(lib.addRecentChord(chord));
+    for (const auto& chord : {cMajor, aMinor, g7, cMajor})
+        ASSERT_TRUE(lib.addRecentChord(chord));
     EXPECT_EQ(lib.recentChords(), (std::vector<Chord>{cMajor, g7, aMinor}));
-    for (int variant = 0; variant < 40; ++variant) ASSERT_TRUE(lib.addRecentChord(Chord{Note::D, "11", variant}));
+    for (int variant = 0; variant < 40; ++variant)
+        ASSERT_TRUE(lib.addRecentChord(Chord{Note::D, "11", variant}));
     const auto recent = lib.recentChords();
     ASSERT_EQ(recent.size(), 30u);
     EXPECT_EQ(recent.front(), (Chord{Note::D, "11", 39}));
@@ -101,7 +110,8 @@ TEST_F(UserLibraryStoreTest, UnreadableBytesAreNeverDestroyed) {
     EXPECT_TRUE(lib.favoriteChords().empty());
     const auto printed = diagnostics.text();
     EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 1) << printed;
-    EXPECT_EQ(store_->bytes(keys::favouritedChords.name), garbage) << "reading leaves the bytes alone";
+    EXPECT_EQ(store_->bytes(keys::favouritedChords.name), garbage)
+        << "reading leaves the bytes alone";
 
     ASSERT_TRUE(lib.setFavorite(aMinor, true));
     EXPECT_EQ(store_->bytes("favouritedChords.backup"), garbage);
@@ -115,7 +125,8 @@ TEST_F(UserLibraryStoreTest, UnreadableBytesAreNeverDestroyed) {
     EXPECT_EQ(store_->value("favouritedChords.backup.2"), std::optional<StoreValue>(wrongType));
 
     // collections whose chords name no note are unreadable too, and kept the same way
-    const auto badCollections = bytesOf(R"([{"id":"user-1","title":"x","imageName":"y","chords":[{"rootNote":"H","chordType":"major"}]}])");
+    const auto badCollections = bytesOf(
+        R"([{"id":"user-1","title":"x","imageName":"y","chords":[{"rootNote":"H","chordType":"major"}]}])");
     ASSERT_TRUE(store_->set(keys::chordCollections.name, badCollections));
     EXPECT_TRUE(lib.collections().empty());
     ASSERT_TRUE(lib.createCollection("Fresh"));

@@ -1,6 +1,6 @@
-#include "TemporaryStore.h"
-
 #include "fq/personal/UserPreferences.h"
+
+#include "TemporaryStore.h"
 
 namespace fq::personal {
 namespace {
@@ -18,7 +18,8 @@ TEST_F(UserPreferencesTest, AFreshStoreHasTheSevenDefaults) {
     EXPECT_EQ(preferences.metronomeSound(), 0);
     EXPECT_EQ(preferences.metronomeKeyIndex(), 1);
     EXPECT_EQ(preferences.enabledTunings(),
-              (std::set<GuitarTuning>{GuitarTuning::standard, GuitarTuning::dropD, GuitarTuning::dadgad}));
+              (std::set<GuitarTuning>{GuitarTuning::standard, GuitarTuning::dropD,
+                                      GuitarTuning::dadgad}));
     EXPECT_TRUE(store_->keys().empty()) << "reading defaults writes nothing";
 }
 
@@ -30,15 +31,16 @@ TEST_F(UserPreferencesTest, ChangesAreStoredAtOnceAndAnnounced) {
     ASSERT_TRUE(preferences.toggleTuning(GuitarTuning::dropD));
     ASSERT_TRUE(preferences.toggleTuning(GuitarTuning::openBb));
     ASSERT_TRUE(preferences.setMetronomeKeyIndex(3));
-    EXPECT_EQ(heard, (std::vector<std::string>{"currentRootNote", "enabledTunings", "enabledTunings",
-                                               "metronomeKeyIndex"}));
+    EXPECT_EQ(heard, (std::vector<std::string>{"currentRootNote", "enabledTunings",
+                                               "enabledTunings", "metronomeKeyIndex"}));
     EXPECT_EQ(preferences.currentRootNote(), core::Note::Ef);
 
     // what another reader of the same file sees
     const UserPreferences elsewhere(openStore());
     EXPECT_EQ(elsewhere.currentRootNote(), core::Note::Ef);
     EXPECT_EQ(elsewhere.enabledTunings(),
-              (std::set<GuitarTuning>{GuitarTuning::standard, GuitarTuning::dadgad, GuitarTuning::openBb}));
+              (std::set<GuitarTuning>{GuitarTuning::standard, GuitarTuning::dadgad,
+                                      GuitarTuning::openBb}));
     EXPECT_EQ(elsewhere.metronomeKeyIndex(), 3);
 
     preferences.removeObserver(id);

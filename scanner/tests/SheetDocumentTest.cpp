@@ -1,4 +1,5 @@
 #include "SheetTestSupport.h"
+
 #include <fq/core/CapturedDiagnostics.h>
 #include <fq/test/Python.h>
 #include <fq/test/TemporaryFolder.h>

@@ -1,9 +1,9 @@
 #include "SheetTestSupport.h"
+
 #include <fq/core/CapturedDiagnostics.h>
+#include <fq/scanner/SheetsViewModel.h>
 #include <fq/test/Python.h>
 #include <fq/test/TemporaryFolder.h>
-
-#include <fq/scanner/SheetsViewModel.h>
 
 #include <gtest/gtest.h>
 #include <signal.h>

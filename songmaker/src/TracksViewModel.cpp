@@ -141,7 +141,8 @@ bool TracksViewModel::renameDocument(const DocumentItem& item, const std::string
         return false;
     }
     data->title = title;
-    if (const auto written = documents::writeFileDurably(item.url, toJson(*data).dump()); !written) {
+    if (const auto written = documents::writeFileDurably(item.url, toJson(*data).dump());
+        !written) {
         diagnostic("Rename failed: " + written.error().message);
         return false;
     }

@@ -11,7 +11,7 @@ namespace fq::tuner {
 tl::expected<MonoAudio, Error> readMonoAudio(const std::filesystem::path& file) {
     SF_INFO info{};
     const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> handle(sf_open(file.c_str(), SFM_READ, &info),
-                                                            sf_close);
+                                                             sf_close);
     if (!handle)
         return tl::unexpected(
             Error{"Cannot read audio file " + file.string() + ": " + sf_strerror(nullptr)});
@@ -41,7 +41,9 @@ OfflinePitchTracker::OfflinePitchTracker(asio::io_context& main, double sampleRa
     recognizer_->setDelegate(handler_);
 }
 
-OfflinePitchTracker::~OfflinePitchTracker() { finish(); }
+OfflinePitchTracker::~OfflinePitchTracker() {
+    finish();
+}
 
 tl::expected<void, Error> OfflinePitchTracker::start(Observer observer) {
     observer_ = std::move(observer);

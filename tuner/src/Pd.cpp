@@ -56,9 +56,13 @@ void PdBase::closeFile(void* patch) {
     libpd_closefile(patch);
 }
 
-void PdBase::setDelegate(PdDispatcher* dispatcher) { g_delegate = dispatcher; }
+void PdBase::setDelegate(PdDispatcher* dispatcher) {
+    g_delegate = dispatcher;
+}
 
-PdDispatcher* PdBase::delegate() { return g_delegate; }
+PdDispatcher* PdBase::delegate() {
+    return g_delegate;
+}
 
 void PdBase::receiveMessages() {
     initialize();
@@ -71,7 +75,9 @@ std::vector<std::string> PdBase::consoleLines() {
     return g_console;
 }
 
-std::mutex& PdBase::lock() { return g_pdLock; }
+std::mutex& PdBase::lock() {
+    return g_pdLock;
+}
 
 PdDispatcher::~PdDispatcher() {
     if (PdBase::delegate() == this) PdBase::setDelegate(nullptr);
@@ -172,8 +178,8 @@ void PdAudioController::process() {
     std::vector<float> in(static_cast<std::size_t>(tick * maximumTicks));
     std::vector<float> out(in.size() * 2);
     while (!stopping_.load()) {
-        const auto ticks = std::min<std::size_t>(queue_.size() / static_cast<std::size_t>(tick),
-                                                 maximumTicks);
+        const auto ticks =
+            std::min<std::size_t>(queue_.size() / static_cast<std::size_t>(tick), maximumTicks);
         if (ticks == 0) {
             std::this_thread::sleep_for(std::chrono::microseconds(300));
             continue;

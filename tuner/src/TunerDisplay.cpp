@@ -39,18 +39,22 @@ int nearestNoteNumber(double frequency) {
 double deviationInCents(double frequency) {
     if (!(frequency > 0)) return 0;
     const int note = nearestNoteNumber(frequency);
-    const double target = config::referenceFrequency *
-                          std::pow(2.0, (note - config::referenceNoteNumber) / 12.0);
+    const double target =
+        config::referenceFrequency * std::pow(2.0, (note - config::referenceNoteNumber) / 12.0);
     return 1200.0 * std::log2(frequency / target);
 }
 
-std::optional<std::string> noteDisplayName(int noteNumber) { return noteName(noteNumber, true); }
+std::optional<std::string> noteDisplayName(int noteNumber) {
+    return noteName(noteNumber, true);
+}
 
 std::optional<std::string> noteAnnouncementName(int noteNumber) {
     return noteName(noteNumber, false);
 }
 
-bool isInTune(double cents) { return cents >= -config::inTuneCents && cents <= config::inTuneCents; }
+bool isInTune(double cents) {
+    return cents >= -config::inTuneCents && cents <= config::inTuneCents;
+}
 
 TuningInstruction tuningInstruction(double cents) {
     if (cents < -config::inTuneCents) return {"Tune Up", "arrow.up"};
@@ -161,9 +165,9 @@ bool GraphScene::update() {
     if (!needsUpdatingGraph_) return false;
     path_.clear();
     for (std::size_t i = 0; i < valueQueue_.size(); ++i)
-        path_.push_back({width_ / 2.0 + offset(valueQueue_[i]),
-                         height_ - static_cast<double>(i) * height_ /
-                                       static_cast<double>(maxQueueSize)});
+        path_.push_back(
+            {width_ / 2.0 + offset(valueQueue_[i]),
+             height_ - static_cast<double>(i) * height_ / static_cast<double>(maxQueueSize)});
     needsUpdatingGraph_ = false;
     avgCount_ = 0;
     return true;

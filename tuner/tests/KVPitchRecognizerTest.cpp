@@ -1,8 +1,9 @@
 // The recognizer's lifecycle with the main executor driven by hand, and the real patch
 // in libpd on synthesised and rendered guitar tones.
 
-#include "AudioTestSupport.h"
 #include "fq/tuner/KVPitchRecognizer.h"
+
+#include "AudioTestSupport.h"
 #include "fq/tuner/OfflinePitchTracker.h"
 #include "fq/tuner/Pd.h"
 #include "fq/tuner/PitchPatch.h"
@@ -106,9 +107,9 @@ TEST_F(LifecycleTest, TwoStartsOpenThePatchOnceAndListen) {
     EXPECT_EQ(drums_.calls, "SL");
     EXPECT_TRUE(handler_->isPatchOpened());
     EXPECT_FALSE(handler_->patchError());
-    EXPECT_EQ(log_.lines(), (std::vector<std::string>{
-                                "Audio configuration success. sampleRate=48000.0",
-                                "Patch opened successfully"}));
+    EXPECT_EQ(log_.lines(),
+              (std::vector<std::string>{"Audio configuration success. sampleRate=48000.0",
+                                        "Patch opened successfully"}));
     ASSERT_NE(recognizer_->dispatcher(), nullptr);
     EXPECT_EQ(recognizer_->dispatcher()->listenerCount("frequency"), 1u);
     EXPECT_EQ(recognizer_->dispatcher()->listenerCount("envelope"), 1u);
@@ -189,11 +190,16 @@ TEST_F(LifecycleTest, ReceivingFiltersBySourceAndRangeAndTellsOnlyChanges) {
         double stored; // what _frequency holds afterwards
     };
     const Case cases[] = {
-        {440.0f, "frequency", 440.0},  {8.18f, "frequency", 440.0},
-        {10.0f, "frequency", 10.0},    {9.99f, "frequency", 10.0},
-        {6000.0f, "frequency", 6000.0}, {6000.01f, "frequency", 6000.0},
-        {220.0f, "envelope", 6000.0},  {220.0f, "frequencyx", 6000.0},
-        {220.0f, nullptr, 6000.0},     {6000.0f, "frequency", 6000.0},
+        {440.0f, "frequency", 440.0},
+        {8.18f, "frequency", 440.0},
+        {10.0f, "frequency", 10.0},
+        {9.99f, "frequency", 10.0},
+        {6000.0f, "frequency", 6000.0},
+        {6000.01f, "frequency", 6000.0},
+        {220.0f, "envelope", 6000.0},
+        {220.0f, "frequencyx", 6000.0},
+        {220.0f, nullptr, 6000.0},
+        {6000.0f, "frequency", 6000.0},
         {82.4f, "frequency", static_cast<double>(82.4f)},
     };
     recognizer_->receiveFloat(440.0f, "frequency");
@@ -288,7 +294,9 @@ double median(std::vector<double> values) {
     return values.empty() ? 0 : values[values.size() / 2];
 }
 
-double cents(double f, double reference) { return 1200 * std::log2(f / reference); }
+double cents(double f, double reference) {
+    return 1200 * std::log2(f / reference);
+}
 
 TEST(RealPatch, PureTonesAreReadWithinACentAndSilenceGivesNothing) {
     struct Case {

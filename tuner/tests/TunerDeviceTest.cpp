@@ -52,8 +52,8 @@ TEST(TunerOnADevice, TheGuitarsA2IsShownInTune) {
 
     session.sceneDidBecomeActive();
     recognizer->start();
-    ASSERT_TRUE(
-        audio::runMainUntil([&] { return handler->isPatchOpened() || handler->patchError(); }, 10s));
+    ASSERT_TRUE(audio::runMainUntil(
+        [&] { return handler->isPatchOpened() || handler->patchError(); }, 10s));
     ASSERT_TRUE(handler->isPatchOpened());
     bool ready = false;
     session.refreshPlaybackActivation(false, [&] { ready = true; });

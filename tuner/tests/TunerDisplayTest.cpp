@@ -7,7 +7,9 @@
 namespace fq::tuner {
 namespace {
 
-double frequencyOf(double note) { return 440.0 * std::pow(2.0, (note - 69.0) / 12.0); }
+double frequencyOf(double note) {
+    return 440.0 * std::pow(2.0, (note - 69.0) / 12.0);
+}
 
 TEST(TunerDisplay, NearestNoteCentsAndNames) {
     struct Case {
@@ -52,9 +54,12 @@ TEST(TunerDisplay, InTuneBoundsAndInstructions) {
         const char* symbol;
     };
     const Case cases[] = {
-        {0.0, "In Tune", "checkmark.circle.fill"},  {10.0, "In Tune", "checkmark.circle.fill"},
-        {-10.0, "In Tune", "checkmark.circle.fill"}, {10.01, "Tune Down", "arrow.down"},
-        {-10.01, "Tune Up", "arrow.up"},             {49.9, "Tune Down", "arrow.down"},
+        {0.0, "In Tune", "checkmark.circle.fill"},
+        {10.0, "In Tune", "checkmark.circle.fill"},
+        {-10.0, "In Tune", "checkmark.circle.fill"},
+        {10.01, "Tune Down", "arrow.down"},
+        {-10.01, "Tune Up", "arrow.up"},
+        {49.9, "Tune Down", "arrow.down"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.cents);

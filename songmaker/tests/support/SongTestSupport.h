@@ -1,9 +1,9 @@
 #pragma once
 
 #include <fq/core/CapturedDiagnostics.h>
+#include <fq/songmaker/SongDocument.h>
 #include <fq/test/Python.h>
 #include <fq/test/TemporaryFolder.h>
-#include <fq/songmaker/SongDocument.h>
 
 #include <cstdio>
 #include <filesystem>

@@ -39,7 +39,7 @@ struct ChordData {
     std::string shortTitle; ///< e.g. "min/maj7"
     bool includesSpace = false;
     std::vector<std::string> otherNames;
-    std::string formula; ///< degrees joined by "-", e.g. "1-♭3-5"
+    std::string formula;    ///< degrees joined by "-", e.g. "1-♭3-5"
     std::vector<int> notes; ///< semitones above the root in formula order, not reduced to an octave
 
     friend bool operator==(const ChordData&, const ChordData&) = default;

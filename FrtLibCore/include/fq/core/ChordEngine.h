@@ -26,7 +26,8 @@ public:
     /// `tuning` holds six open notes, lowest string first. An unknown root or open
     /// note gives an empty list.
     std::vector<ChordPosition> chordPositions(std::string_view root, std::span<const int> intervals,
-                                              int limit, std::span<const std::string_view> tuning) const;
+                                              int limit,
+                                              std::span<const std::string_view> tuning) const;
 
     /// Fingers 1 to 4 for a shape (frets lowest string first), 0 for open and muted
     /// strings and for a string no rule could finger; empty when no string is fretted.

@@ -22,6 +22,7 @@ struct ChordPosition {
 /// [{"position": [...], "fingering": [...]}, ...]
 nlohmann::ordered_json toJson(std::span<const ChordPosition> positions);
 Bytes encodeChordPositions(std::span<const ChordPosition> positions);
-tl::expected<std::vector<ChordPosition>, Error> decodeChordPositions(std::span<const std::uint8_t> bytes);
+tl::expected<std::vector<ChordPosition>, Error>
+decodeChordPositions(std::span<const std::uint8_t> bytes);
 
 } // namespace fq::core

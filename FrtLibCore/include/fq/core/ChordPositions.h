@@ -60,9 +60,11 @@ struct PositionRequest {
 /// Resolves one shape: the exact `matching` frets (else the first shape), or
 /// the shape nearest to `near`, or the first shape. None when there is no shape
 /// or the request was cancelled.
-std::optional<ChordPosition> resolvePosition(const PositionRequest& request, std::stop_token stop = {});
+std::optional<ChordPosition> resolvePosition(const PositionRequest& request,
+                                             std::stop_token stop = {});
 
 /// The same, in a background task the caller awaits.
-std::future<std::optional<ChordPosition>> position(PositionRequest request, std::stop_token stop = {});
+std::future<std::optional<ChordPosition>> position(PositionRequest request,
+                                                   std::stop_token stop = {});
 
 } // namespace fq::core

@@ -8,7 +8,8 @@
 
 namespace fq::core {
 
-/// Comma-separated moods of a chord type, e.g. "happy, bright, stable, uplifting"; empty when unknown.
+/// Comma-separated moods of a chord type, e.g. "happy, bright, stable, uplifting"; empty when
+/// unknown.
 std::string_view chordMood(std::string_view chordType);
 /// Comma-separated genres of a chord type; empty when unknown.
 std::string_view chordGenres(std::string_view chordType);

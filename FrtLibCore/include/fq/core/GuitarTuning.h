@@ -12,8 +12,37 @@ namespace fq::core {
 
 /// A named set of six open strings. The raw value is the position in the catalogue.
 enum class GuitarTuning : std::uint8_t {
-    standard, dropD, dropC, dropCs, openG, openD, openC, dadgad, halfStepDown, wholeStepDown, doubleDropD, openA, openE,
-    openB, openF, dropB, dropA, dropG, newStandard, majorThirds, allFourths, nashville, openGMinor, openDMinor, c6, gTaroPatch, csus2, openAMinor, orkney, esus4, openBb
+    standard,
+    dropD,
+    dropC,
+    dropCs,
+    openG,
+    openD,
+    openC,
+    dadgad,
+    halfStepDown,
+    wholeStepDown,
+    doubleDropD,
+    openA,
+    openE,
+    openB,
+    openF,
+    dropB,
+    dropA,
+    dropG,
+    newStandard,
+    majorThirds,
+    allFourths,
+    nashville,
+    openGMinor,
+    openDMinor,
+    c6,
+    gTaroPatch,
+    csus2,
+    openAMinor,
+    orkney,
+    esus4,
+    openBb
 };
 
 inline constexpr std::size_t guitarTuningCount = 31;
@@ -31,7 +60,8 @@ struct ReferenceToneButtonData {
     std::string_view buttonTitle;
     int noteNumber = 0;
 
-    friend bool operator==(const ReferenceToneButtonData&, const ReferenceToneButtonData&) = default;
+    friend bool operator==(const ReferenceToneButtonData&,
+                           const ReferenceToneButtonData&) = default;
 };
 
 struct TuningData {

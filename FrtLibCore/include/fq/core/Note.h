@@ -11,9 +11,51 @@ namespace fq::core {
 /// A spelled note: E♭ and D♯ are different values with the same pitch. The raw
 /// value (the persisted and displayed text) uses the true signs ♯, ♭ and 𝄪.
 enum class Note : std::uint8_t {
-    C, D, E, F, G, A, B, Cs, Ds, Es, Fs, Gs, As, Bs,
-    Cf, Df, Ef, Ff, Gf, Af, Bf, Cds, Csds, Dds, Dsds, Eds, Fds, Fsds, Gds, Gsds,
-    Ads, Asds, Bds, Cdf, Dfdf, Ddf, Efdf, Edf, Fdf, Gfdf, Gdf, Afdf, Adf, Bfdf, Bdf,
+    C,
+    D,
+    E,
+    F,
+    G,
+    A,
+    B,
+    Cs,
+    Ds,
+    Es,
+    Fs,
+    Gs,
+    As,
+    Bs,
+    Cf,
+    Df,
+    Ef,
+    Ff,
+    Gf,
+    Af,
+    Bf,
+    Cds,
+    Csds,
+    Dds,
+    Dsds,
+    Eds,
+    Fds,
+    Fsds,
+    Gds,
+    Gsds,
+    Ads,
+    Asds,
+    Bds,
+    Cdf,
+    Dfdf,
+    Ddf,
+    Efdf,
+    Edf,
+    Fdf,
+    Gfdf,
+    Gdf,
+    Afdf,
+    Adf,
+    Bfdf,
+    Bdf,
 };
 
 inline constexpr std::size_t noteCount = 45;
@@ -49,7 +91,14 @@ struct NoteNumber {
 };
 
 /// A duration as a fraction of a whole note.
-enum class NoteDuration : std::uint8_t { semibreve, minim, crochet, quaver, semiquaver, demisemiquaver };
+enum class NoteDuration : std::uint8_t {
+    semibreve,
+    minim,
+    crochet,
+    quaver,
+    semiquaver,
+    demisemiquaver
+};
 
 double rawValue(NoteDuration duration);
 std::optional<NoteDuration> noteDurationFromRawValue(double raw);
@@ -61,8 +110,14 @@ std::optional<TimeSignature> timeSignatureFromRawValue(std::string_view raw);
 
 /// Which chord note is in the bass; the ordinal equals a chord's `variant`.
 enum class Inversion : std::uint8_t {
-    rootPosition, firstInversion, secondInversion, thirdInversion,
-    fourthInversion, fifthInversion, sixthInversion, seventhInversion,
+    rootPosition,
+    firstInversion,
+    secondInversion,
+    thirdInversion,
+    fourthInversion,
+    fifthInversion,
+    sixthInversion,
+    seventhInversion,
 };
 
 /// The localisation key, e.g. "inversion.first".

@@ -25,7 +25,8 @@ inline std::string replaceAll(std::string_view text, std::string_view from, std:
 /// Characters as a person counts them (code points), not bytes.
 inline std::size_t characterCount(std::string_view text) {
     std::size_t count = 0;
-    for (unsigned char byte : text) count += (byte & 0xC0) != 0x80;
+    for (unsigned char byte : text)
+        count += (byte & 0xC0) != 0x80;
     return count;
 }
 

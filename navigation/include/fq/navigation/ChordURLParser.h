@@ -24,9 +24,9 @@ namespace ChordURLParser {
 /// What a web link points at.
 struct ParsedChordRoute {
     core::Chord chord;
-    std::string chordSlug;                      ///< the chord segment, decoded, trimmed, lower case
-    std::optional<core::Note> bassNote;         ///< the bass the link names
-    std::optional<std::string> bassSlug;        ///< the bass segment, when the path carried one
+    std::string chordSlug;               ///< the chord segment, decoded, trimmed, lower case
+    std::optional<core::Note> bassNote;  ///< the bass the link names
+    std::optional<std::string> bassSlug; ///< the bass segment, when the path carried one
     std::optional<std::vector<int>> selectedPosition; ///< six frets, lowest string first
 
     friend bool operator==(const ParsedChordRoute&, const ParsedChordRoute&) = default;
@@ -50,7 +50,8 @@ std::optional<std::vector<int>> decodeFingering(std::string_view text);
 /// The chord a web link on the program's site points at, or none.
 std::optional<ParsedChordRoute> parseChordURL(std::string_view url);
 /// The web link for a chord and, when given, a fingering.
-std::string chordWebURL(const core::Chord& chord, std::optional<std::span<const int>> fingering = std::nullopt);
+std::string chordWebURL(const core::Chord& chord,
+                        std::optional<std::span<const int>> fingering = std::nullopt);
 
 } // namespace ChordURLParser
 } // namespace fq::navigation

@@ -46,7 +46,8 @@ inline constexpr std::string_view userCollectionImageName = "user-collection";
 /// a backup key before a change replaces them.
 class FretquillUserLibraryStore {
 public:
-    explicit FretquillUserLibraryStore(std::shared_ptr<SharedStore> store) : store_(std::move(store)) {}
+    explicit FretquillUserLibraryStore(std::shared_ptr<SharedStore> store)
+        : store_(std::move(store)) {}
 
     std::vector<core::Chord> favoriteChords() const;
     /// Adding a favourite twice, or removing one that is not there, changes nothing;

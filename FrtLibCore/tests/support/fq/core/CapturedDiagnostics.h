@@ -29,7 +29,8 @@ public:
     /// Everything sent so far, one line each.
     std::string text() const {
         std::string result;
-        for (const auto& line : lines()) result += line + '\n';
+        for (const auto& line : lines())
+            result += line + '\n';
         return result;
     }
     bool contains(const std::string& line) const {

@@ -4,6 +4,8 @@
 
 #include <fq/core/ChordPositions.h>
 
+#include <fmt/format.h>
+
 #include <cstdio>
 #include <sstream>
 
@@ -13,6 +15,41 @@ void toStandardError(std::string_view line) {
     std::fwrite(line.data(), 1, line.size(), stderr);
     std::fputc('\n', stderr);
     std::fflush(stderr);
+}
+
+std::string printable(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    const auto escaped = [&result](unsigned char byte) {
+        result += fmt::format("\\x{:02X}", byte);
+    };
+    for (std::size_t i = 0; i < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte < 0x20 || byte == 0x7F) {
+            escaped(byte);
+            ++i;
+            continue;
+        }
+        if (byte < 0x80) {
+            result += static_cast<char>(byte);
+            ++i;
+            continue;
+        }
+        // a whole UTF-8 sequence passes unless it is a C1 control character (U+0080 to U+009F)
+        const std::size_t length = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC2 ? 2 : 0;
+        bool whole = length > 0 && byte < 0xF5 && i + length <= text.size();
+        for (std::size_t k = 1; whole && k < length; ++k)
+            whole = (static_cast<unsigned char>(text[i + k]) & 0xC0) == 0x80;
+        if (whole && byte == 0xC2 && static_cast<unsigned char>(text[i + 1]) < 0xA0) whole = false;
+        if (!whole) {
+            escaped(byte);
+            ++i;
+            continue;
+        }
+        result.append(text.substr(i, length));
+        i += length;
+    }
+    return result;
 }
 
 std::string wrapped(std::string_view text, std::size_t width, std::string_view indent) {

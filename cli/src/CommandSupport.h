@@ -31,6 +31,10 @@ T valueOrThrow(tl::expected<T, Error> result) {
 /// stays one JSON document.
 void toStandardError(std::string_view line);
 
+/// Stored text (a title, a collection's name) made safe for a terminal: control characters,
+/// escape sequences among them, and bytes that are not UTF-8 are shown as \xNN.
+std::string printable(std::string_view text);
+
 /// Text broken into lines of at most `width` characters, each starting with `indent`.
 std::string wrapped(std::string_view text, std::size_t width, std::string_view indent);
 

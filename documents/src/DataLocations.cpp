@@ -66,6 +66,10 @@ fs::path cacheDirectory(const Environment& environment) {
     return locate(environment, "cache", "XDG_CACHE_HOME", ".cache", config::programFolder);
 }
 
+fs::path stateDirectory(const Environment& environment) {
+    return locate(environment, "state", "XDG_STATE_HOME", ".local/state", config::programFolder);
+}
+
 fs::path documentsDirectory(const Environment& environment) {
     return locate(environment, "Documents", "XDG_DOCUMENTS_DIR", "Documents",
                   config::documentsFolder);

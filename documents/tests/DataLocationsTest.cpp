@@ -67,6 +67,9 @@ TEST(DataLocationsTest, FoldersFollowTheEnvironment) {
         EXPECT_EQ(cacheDirectory(environment), c.cache) << c.what;
         EXPECT_EQ(documentsDirectory(environment), c.documents) << c.what;
     }
+    EXPECT_EQ(stateDirectory(environmentOf({{"HOME", "/home/ana"}})),
+              "/home/ana/.local/state/fretquill");
+    EXPECT_EQ(stateDirectory(environmentOf(withHome("/tmp/fq"))), "/tmp/fq/state");
 }
 
 TEST(DataLocationsTest, WithoutHomeTheAccountsHomeIsUsed) {

@@ -30,6 +30,9 @@ std::filesystem::path homeDirectory(const Environment& environment = systemEnvir
 std::filesystem::path configDirectory(const Environment& environment = systemEnvironment);
 /// Patch files and the search index: $XDG_CACHE_HOME/fretquill, else ~/.cache/fretquill.
 std::filesystem::path cacheDirectory(const Environment& environment = systemEnvironment);
+/// Logs of live screens: $XDG_STATE_HOME/fretquill, else ~/.local/state/fretquill.
+std::filesystem::path stateDirectory(const Environment& environment = systemEnvironment);
+
 /// Songs and sheets: $XDG_DOCUMENTS_DIR/Fret Quill, else ~/Documents/Fret Quill.
 std::filesystem::path documentsDirectory(const Environment& environment = systemEnvironment);
 

@@ -1,6 +1,7 @@
 #include "fq/documents/DurableFile.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>

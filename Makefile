@@ -1,6 +1,8 @@
 # The two commands: `make run` and `make test`. Both install what is missing first.
 PRESET ?= release
 JOBS ?= $(shell nproc)
+# ccache (when installed) finds earlier compiles of the same files from any clone of the tree.
+export CCACHE_BASEDIR ?= $(CURDIR)
 
 .PHONY: run test bench bootstrap build build-ci format
 

@@ -76,14 +76,14 @@ void DeviceAudio::startPlayback(Ready ready) {
     session_->refreshPlaybackActivation(false, [this, wait, alive = alive_] {
         if (!*alive) return;
         if (!guitar().isEngineRunning()) {
-            wait->finish(tl::unexpected(Error{"The audio output did not start", ErrorKind::device}));
+            wait->finish(
+                tl::unexpected(Error{"The audio output did not start", ErrorKind::device}));
             return;
         }
         // A sound server may take the first blocks at once and then pause while it sets
         // up: a strum in that pause would lose its spacing.
-        const auto steady =
-            static_cast<FrameTime>(engine().sampleRate() *
-                                   std::chrono::duration<double>(config::steadyAfter).count());
+        const auto steady = static_cast<FrameTime>(
+            engine().sampleRate() * std::chrono::duration<double>(config::steadyAfter).count());
         wait->poll(engine(), engine().renderedFrames(), steady);
     });
     auto timeout = std::make_shared<asio::steady_timer>(main_, config::activationTimeout);

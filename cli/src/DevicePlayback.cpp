@@ -28,11 +28,13 @@ void playOnDevice(std::vector<audio::TimedNotes> parts) {
     audio::DeviceAudio device(main.get_executor());
     std::optional<tl::expected<void, Error>> started;
     device.startPlayback([&](tl::expected<void, Error> outcome) { started = std::move(outcome); });
-    audio::runUntil(main, [&] { return started.has_value(); }, audio::config::activationTimeout * 2);
+    audio::runUntil(
+        main, [&] { return started.has_value(); }, audio::config::activationTimeout * 2);
     bool released = false;
     const auto release = [&] {
         device.release([&] { released = true; });
-        audio::runUntil(main, [&] { return released; }, audio::config::activationTimeout);
+        audio::runUntil(
+            main, [&] { return released; }, audio::config::activationTimeout);
     };
     if (!started || !*started) {
         release();
@@ -40,7 +42,8 @@ void playOnDevice(std::vector<audio::TimedNotes> parts) {
     }
     bool played = false;
     device.play(std::move(parts), [&] { played = true; });
-    audio::runUntil(main, [&] { return played; }, length + audio::config::activationTimeout);
+    audio::runUntil(
+        main, [&] { return played; }, length + audio::config::activationTimeout);
     release();
 }
 

@@ -135,8 +135,9 @@ void tuneFile(const std::string& fileText, bool fast, TunerScreen& screen) {
     screen.begin();
     valueOrThrow(tuner::tuneRecording(audio, documents::cacheDirectory(), screen, [&](double at) {
         if (fast || g_interrupted) return;
-        std::this_thread::sleep_until(started + std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                                    std::chrono::duration<double>(at)));
+        std::this_thread::sleep_until(started +
+                                      std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                          std::chrono::duration<double>(at)));
     }));
     screen.end();
 }
@@ -152,17 +153,19 @@ void tuneLive(double duration, TunerScreen& screen) {
     const auto stop = [&] {
         bool tornDown = false;
         tuner.disappear([&] { tornDown = true; });
-        audio::runUntil(main, [&] { return tornDown; }, audio::config::activationTimeout);
+        audio::runUntil(
+            main, [&] { return tornDown; }, audio::config::activationTimeout);
         bool released = false;
         device.release([&] { released = true; });
-        audio::runUntil(main, [&] { return released; }, audio::config::activationTimeout);
+        audio::runUntil(
+            main, [&] { return released; }, audio::config::activationTimeout);
     };
 
     const InterruptGuard interrupt;
     device.session().sceneDidBecomeActive();
     tuner.appear();
-    audio::runUntil(main, [&] { return screen.opened().has_value(); },
-                    audio::config::activationTimeout);
+    audio::runUntil(
+        main, [&] { return screen.opened().has_value(); }, audio::config::activationTimeout);
     if (screen.opened() != true) {
         stop();
         throw CommandError("The tuner could not start listening");
@@ -171,7 +174,8 @@ void tuneLive(double duration, TunerScreen& screen) {
     const auto limit = duration > 0 ? std::chrono::duration_cast<std::chrono::milliseconds>(
                                           std::chrono::duration<double>(duration))
                                     : std::chrono::milliseconds::max() / 2;
-    audio::runUntil(main, [] { return g_interrupted != 0; }, limit);
+    audio::runUntil(
+        main, [] { return g_interrupted != 0; }, limit);
     stop();
     screen.end();
 }

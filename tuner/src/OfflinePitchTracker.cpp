@@ -16,10 +16,9 @@ tl::expected<MonoAudio, Error> readMonoAudio(const std::filesystem::path& file) 
                                                              sf_close);
     if (!handle) {
         std::error_code ignored;
-        return tl::unexpected(
-            Error{"Cannot read audio file " + file.string() + ": " + sf_strerror(nullptr),
-                  std::filesystem::exists(file, ignored) ? ErrorKind::corrupt
-                                                         : ErrorKind::notFound});
+        return tl::unexpected(Error{
+            "Cannot read audio file " + file.string() + ": " + sf_strerror(nullptr),
+            std::filesystem::exists(file, ignored) ? ErrorKind::corrupt : ErrorKind::notFound});
     }
     if (info.channels <= 0 || info.samplerate <= 0 || info.frames < 0)
         return tl::unexpected(Error{"Not an audio file: " + file.string(), ErrorKind::corrupt});
@@ -63,7 +62,8 @@ tl::expected<void, Error> OfflinePitchTracker::start(Observer observer) {
         main_.restart();
         main_.poll();
     }
-    if (!handler_->isPatchOpened()) return tl::unexpected(Error{"The pitch patch did not open", ErrorKind::io});
+    if (!handler_->isPatchOpened())
+        return tl::unexpected(Error{"The pitch patch did not open", ErrorKind::io});
     return {};
 }
 

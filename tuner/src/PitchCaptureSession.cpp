@@ -8,8 +8,7 @@
 namespace fq::tuner {
 
 void DeviceCaptureSession::beginCapture(Completion completion) {
-    session_.beginCapture(audio::CapturePurpose::tuner,
-                                                      std::move(completion));
+    session_.beginCapture(audio::CapturePurpose::tuner, std::move(completion));
 }
 
 void DeviceCaptureSession::endCapture() {

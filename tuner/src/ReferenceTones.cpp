@@ -60,7 +60,8 @@ tl::expected<core::ReferenceToneButtonData, Error> findReferenceTone(core::Guita
 std::vector<audio::TimedNotes> referenceToneParts(std::span<const int> notes) {
     std::vector<audio::TimedNotes> parts;
     for (std::size_t i = 0; i < notes.size(); ++i)
-        parts.push_back({{notes[i]}, i + 1 == notes.size() ? config::toneLength : config::toneSpacing});
+        parts.push_back(
+            {{notes[i]}, i + 1 == notes.size() ? config::toneLength : config::toneSpacing});
     return parts;
 }
 

@@ -26,17 +26,16 @@ private:
     TunerSessionObserver* observer_;
 };
 
-TunerSession::TunerSession(Executor main, PitchCaptureSession& capture,
-                           DrumEngineSuspension& drums, std::filesystem::path cacheDirectory,
-                           TunerSessionObserver& observer, Clock clock)
+TunerSession::TunerSession(Executor main, PitchCaptureSession& capture, DrumEngineSuspension& drums,
+                           std::filesystem::path cacheDirectory, TunerSessionObserver& observer,
+                           Clock clock)
     : capture_(capture), observer_(observer), clock_(std::move(clock)),
       delegate_(std::make_shared<Delegate>(&observer)),
-      recognizer_(KVPitchRecognizer::create(std::move(main), capture, drums,
-                                            std::move(cacheDirectory))) {
+      recognizer_(
+          KVPitchRecognizer::create(std::move(main), capture, drums, std::move(cacheDirectory))) {
     if (!clock_) {
         clock_ = [began = std::chrono::steady_clock::now()] {
-            return std::chrono::duration<double>(std::chrono::steady_clock::now() - began)
-                .count();
+            return std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
         };
     }
     recognizer_->setDelegate(delegate_);
@@ -73,10 +72,9 @@ void TunerSession::changeScene(ScenePhase phase) {
     case ScenePhase::active:
         if (wasStoppedForInactiveScene_) {
             recognizer_->stop();
-            capture_.beginCapture(
-                [weak = std::weak_ptr<KVPitchRecognizer>(recognizer_)] {
-                    if (const auto recognizer = weak.lock()) recognizer->resumeAudio();
-                });
+            capture_.beginCapture([weak = std::weak_ptr<KVPitchRecognizer>(recognizer_)] {
+                if (const auto recognizer = weak.lock()) recognizer->resumeAudio();
+            });
             wasStoppedForInactiveScene_ = false;
         } else {
             recognizer_->start();
@@ -103,8 +101,8 @@ tl::expected<MonoAudio, Error> atAnalysisRate(MonoAudio audio) {
     if (!(audio.sampleRate > 0))
         return tl::unexpected(Error{"The audio has no sample rate", ErrorKind::corrupt});
     const double ratio = config::analysisRate / audio.sampleRate;
-    std::vector<float> out(static_cast<std::size_t>(
-        static_cast<double>(audio.samples.size()) * ratio + 1));
+    std::vector<float> out(
+        static_cast<std::size_t>(static_cast<double>(audio.samples.size()) * ratio + 1));
     SRC_DATA data{};
     data.data_in = audio.samples.data();
     data.input_frames = static_cast<long>(audio.samples.size());
@@ -112,9 +110,8 @@ tl::expected<MonoAudio, Error> atAnalysisRate(MonoAudio audio) {
     data.output_frames = static_cast<long>(out.size());
     data.src_ratio = ratio;
     if (const int status = src_simple(&data, SRC_SINC_MEDIUM_QUALITY, 1); status != 0)
-        return tl::unexpected(
-            Error{std::string("Cannot resample the audio: ") + src_strerror(status),
-                  ErrorKind::corrupt});
+        return tl::unexpected(Error{
+            std::string("Cannot resample the audio: ") + src_strerror(status), ErrorKind::corrupt});
     out.resize(static_cast<std::size_t>(data.output_frames_gen));
     return MonoAudio{std::move(out), config::analysisRate};
 }

@@ -36,35 +36,65 @@ DeviceAudio::~DeviceAudio() {
 namespace {
 
 /// One wait on the main executor that ends once: by its condition or by its deadline.
-struct SteadyWait : std::enable_shared_from_this<SteadyWait> {
+class SteadyWait : public std::enable_shared_from_this<SteadyWait> {
+public:
     SteadyWait(Executor main, DeviceAudio::Ready ready)
-        : timer(std::move(main)), ready(std::move(ready)),
-          deadline(std::chrono::steady_clock::now() + config::activationTimeout) {}
+        : timer_(std::move(main)), ready_(std::move(ready)),
+          deadline_(std::chrono::steady_clock::now() + config::activationTimeout) {}
 
     void finish(tl::expected<void, Error> outcome) {
-        if (!ready) return;
-        auto told = std::exchange(ready, {});
+        if (!ready_) return;
+        auto told = std::exchange(ready_, {});
         told(std::move(outcome));
     }
 
     /// Looks again every few milliseconds until the engine has played `steady` frames
     /// past `started`; a device that never gets there still counts as started.
     void poll(SharedAudioEngine& engine, FrameTime started, FrameTime steady) {
-        if (!ready) return;
+        if (!ready_) return;
         if (engine.renderedFrames() - started > steady ||
-            std::chrono::steady_clock::now() >= deadline) {
+            std::chrono::steady_clock::now() >= deadline_) {
             finish({});
             return;
         }
-        timer.expires_after(std::chrono::milliseconds(10));
-        timer.async_wait([self = shared_from_this(), &engine, started, steady](auto) {
+        timer_.expires_after(std::chrono::milliseconds(10));
+        timer_.async_wait([self = shared_from_this(), &engine, started, steady](auto) {
             self->poll(engine, started, steady);
         });
     }
 
-    asio::steady_timer timer;
-    DeviceAudio::Ready ready;
-    std::chrono::steady_clock::time_point deadline;
+private:
+    asio::steady_timer timer_;
+    DeviceAudio::Ready ready_;
+    std::chrono::steady_clock::time_point deadline_;
+};
+
+/// Parts sounded one after another, each for its length, on a timer of the main executor.
+class Playing : public std::enable_shared_from_this<Playing> {
+public:
+    Playing(Executor main, GuitarAudioEngine& guitar, std::vector<TimedNotes> parts,
+            std::function<void()> done)
+        : timer_(std::move(main)), guitar_(guitar), parts_(std::move(parts)),
+          done_(std::move(done)) {}
+
+    void next() {
+        if (index_ == parts_.size()) {
+            guitar_.stopAllNotes();
+            if (done_) done_();
+            return;
+        }
+        const auto& part = parts_[index_++];
+        guitar_.playChord(part.notes);
+        timer_.expires_after(part.length);
+        timer_.async_wait([self = shared_from_this()](auto) { self->next(); });
+    }
+
+private:
+    asio::steady_timer timer_;
+    GuitarAudioEngine& guitar_;
+    std::vector<TimedNotes> parts_;
+    std::function<void()> done_;
+    std::size_t index_ = 0;
 };
 
 } // namespace
@@ -93,28 +123,6 @@ void DeviceAudio::startPlayback(Ready ready) {
 }
 
 void DeviceAudio::play(std::vector<TimedNotes> parts, std::function<void()> done) {
-    struct Playing : std::enable_shared_from_this<Playing> {
-        Playing(Executor main, GuitarAudioEngine& guitar, std::vector<TimedNotes> parts,
-                std::function<void()> done)
-            : timer(std::move(main)), guitar(guitar), parts(std::move(parts)),
-              done(std::move(done)) {}
-        void next() {
-            if (index == parts.size()) {
-                guitar.stopAllNotes();
-                if (done) done();
-                return;
-            }
-            const auto& part = parts[index++];
-            guitar.playChord(part.notes);
-            timer.expires_after(part.length);
-            timer.async_wait([self = shared_from_this()](auto) { self->next(); });
-        }
-        asio::steady_timer timer;
-        GuitarAudioEngine& guitar;
-        std::vector<TimedNotes> parts;
-        std::function<void()> done;
-        std::size_t index = 0;
-    };
     asio::post(main_, [playing = std::make_shared<Playing>(main_, guitar(), std::move(parts),
                                                            std::move(done))] { playing->next(); });
 }

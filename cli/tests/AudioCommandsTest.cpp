@@ -117,7 +117,9 @@ TEST_F(AudioCommandsTest, BadInputIsOneLineOnStandardErrorWithStatusOne) {
         const auto result = run(arguments);
         EXPECT_EQ(result.status, 1) << arguments[1];
         EXPECT_TRUE(result.out.empty()) << result.out;
-        if (!message.empty()) EXPECT_EQ(result.err, message);
+        if (!message.empty()) {
+            EXPECT_EQ(result.err, message);
+        }
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     }
     EXPECT_EQ(run({"play", "C", "--render", "/nonexistent-folder/c.wav"})

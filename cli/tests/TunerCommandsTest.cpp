@@ -187,7 +187,9 @@ TEST_F(TunerCommandsTest, BadInputIsOneLineOnStandardErrorWithStatusOne) {
         const auto result = run(arguments);
         EXPECT_EQ(result.status, 1) << arguments[2];
         EXPECT_EQ(result.out, "") << arguments[2];
-        if (!message.empty()) EXPECT_EQ(result.err, message);
+        if (!message.empty()) {
+            EXPECT_EQ(result.err, message);
+        }
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     }
     EXPECT_FALSE(std::filesystem::exists(wav));

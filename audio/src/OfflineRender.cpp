@@ -63,3 +63,25 @@ tl::expected<void, Error> writeWav(const std::filesystem::path& file, const Ster
 }
 
 } // namespace fq::audio
+
+namespace fq::audio {
+
+RenderedAudio renderGuitar(std::span<const TimedNotes> parts) {
+    ManualTimeline timeline;
+    SharedAudioEngine engine{timeline};
+    engine.enableManualRenderingMode();
+    const auto guitar = GuitarAudioEngine::create(engine);
+    RenderedAudio rendered{{}, engine.sampleRate()};
+    for (const auto& part : parts) {
+        guitar->playChord(part.notes);
+        const auto frames = static_cast<std::int64_t>(
+            engine.sampleRate() * std::chrono::duration<double>(part.length).count());
+        auto piece = renderOffline(engine, timeline, frames);
+        auto& all = rendered.audio;
+        all.left.insert(all.left.end(), piece.left.begin(), piece.left.end());
+        all.right.insert(all.right.end(), piece.right.begin(), piece.right.end());
+    }
+    return rendered;
+}
+
+} // namespace fq::audio

@@ -1,4 +1,8 @@
+// The serial queue, and the process-wide main executor the metronome still uses.
+
 #include "fq/audio/SerialQueue.h"
+
+#include "fq/audio/DeviceAudio.h"
 
 #include <pthread.h>
 
@@ -29,10 +33,7 @@ void runMainFor(std::chrono::milliseconds slice) {
 }
 
 bool runMainUntil(const std::function<bool()>& done, std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done() && std::chrono::steady_clock::now() < deadline)
-        runMainFor(std::chrono::milliseconds(10));
-    return done();
+    return runUntil(mainContext(), done, limit);
 }
 
 } // namespace fq::audio

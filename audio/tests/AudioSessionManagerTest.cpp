@@ -1,3 +1,6 @@
+// The session state machine with the main thread and the activation queue run by hand, over
+// a recording stand-in for the platform.
+
 #include "fq/audio/AudioSessionManager.h"
 
 #include "AudioTestSupport.h"
@@ -260,18 +263,6 @@ TEST_F(AudioSessionManagerTest, AResultForAManagerThatIsGoneIsDropped) {
     EXPECT_FALSE(completed);
 }
 
-TEST_F(AudioSessionManagerTest, PlaybackIsAllowedByTheSceneTheBackgroundOrACapture) {
-    EXPECT_FALSE(manager_->currentActivationAllowsPlayback());
-    manager_->setSceneActive(true);
-    EXPECT_TRUE(manager_->currentActivationAllowsPlayback());
-    manager_->setSceneActive(false);
-    manager_->setShouldKeepPlayingInBackground(true);
-    EXPECT_TRUE(manager_->currentActivationAllowsPlayback());
-    manager_->setShouldKeepPlayingInBackground(false);
-    manager_->beginCapture(CapturePurpose::tuner, {});
-    EXPECT_TRUE(manager_->currentActivationAllowsPlayback());
-}
-
 TEST_F(AudioSessionManagerTest, ATunerCaptureIsPreparedThenItsCompletionRuns) {
     startInForeground();
     DiagnosticCapture diagnostics;
@@ -532,36 +523,31 @@ TEST_F(AudioSessionManagerTest, TheSceneDuringAnInterruptionOnlyRecordsTheDebt) 
     EXPECT_THAT(guitar_.takeCalls(), ElementsAre("suspend", "resume"));
 }
 
-TEST_F(AudioSessionManagerTest, AnEndedNotificationWithNoBeganIsIgnored) {
+TEST_F(AudioSessionManagerTest, NotificationsOutOfTurnOrOfNoKnownTypeOnlyLog) {
     startInForeground();
-    DiagnosticCapture diagnostics;
-    device_.interruptionObserver(endedResuming);
-    drive();
-    EXPECT_THAT(
-        diagnostics.lines(),
-        ElementsAre(
-            "AudioSession interruption received typeValue=0, optionsValue=1, "
-            "userInfo=[InterruptionOptions: 1, InterruptionType: 0]",
-            "AudioSession interruption ended. optionsValue=1, isSceneActive=true, "
-            "shouldKeepPlayingInBackground=false, wasInterrupted=false",
-            "AudioSession interruption ended but wasInterrupted is false; ignoring resume"));
-    EXPECT_THAT(device_.takeCalls(), IsEmpty());
-    EXPECT_THAT(guitar_.takeCalls(), IsEmpty());
-    EXPECT_FALSE(manager_->needsGuitarPresetReloadAfterInterruption());
-}
-
-TEST_F(AudioSessionManagerTest, NotificationsWithoutOrWithAnUnknownTypeChangeNothing) {
-    startInForeground();
-    DiagnosticCapture diagnostics;
-    device_.interruptionObserver({{"Other", 3}});
-    device_.interruptionObserver({{notificationKey::interruptionType, 7}});
-    drive();
-    EXPECT_THAT(diagnostics.lines(),
-                ElementsAre("AudioSession interruption notification missing type: [Other: 3]",
-                            "AudioSession interruption received typeValue=7, optionsValue=0, "
-                            "userInfo=[InterruptionType: 7]",
-                            "AudioSession interruption received unknown future type=7"));
-    EXPECT_FALSE(manager_->wasInterrupted());
+    const std::pair<NotificationInfo, std::vector<std::string>> cases[] = {
+        {endedResuming,
+         {"AudioSession interruption received typeValue=0, optionsValue=1, "
+          "userInfo=[InterruptionOptions: 1, InterruptionType: 0]",
+          "AudioSession interruption ended. optionsValue=1, isSceneActive=true, "
+          "shouldKeepPlayingInBackground=false, wasInterrupted=false",
+          "AudioSession interruption ended but wasInterrupted is false; ignoring resume"}},
+        {{{"Other", 3}}, {"AudioSession interruption notification missing type: [Other: 3]"}},
+        {{{notificationKey::interruptionType, 7}},
+         {"AudioSession interruption received typeValue=7, optionsValue=0, "
+          "userInfo=[InterruptionType: 7]",
+          "AudioSession interruption received unknown future type=7"}},
+    };
+    for (const auto& [info, lines] : cases) {
+        DiagnosticCapture diagnostics;
+        device_.interruptionObserver(info);
+        drive();
+        EXPECT_EQ(diagnostics.lines(), lines);
+        EXPECT_THAT(device_.takeCalls(), IsEmpty());
+        EXPECT_THAT(guitar_.takeCalls(), IsEmpty());
+        EXPECT_FALSE(manager_->wasInterrupted());
+        EXPECT_FALSE(manager_->needsGuitarPresetReloadAfterInterruption());
+    }
 }
 
 TEST_F(AudioSessionManagerTest, NotificationsFromOtherThreadsTouchNothingUntilTheMainThreadRuns) {

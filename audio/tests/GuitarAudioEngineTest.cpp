@@ -1,9 +1,11 @@
+// The guitar on an engine rendered offline: strum timing by onsets, suspension, silencing
+// and the SoundFont missing.
+
 #include "fq/audio/GuitarAudioEngine.h"
 
 #include "AudioTestSupport.h"
 #include "fq/audio/OfflineRender.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -13,7 +15,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::DiagnosticCapture;
-using ::testing::ElementsAre;
 
 constexpr double rate = 44100.0;
 constexpr double strumGap = 2205; // 50 ms
@@ -51,13 +52,10 @@ TEST_F(GuitarAudioEngineTest, AStrumSoundsEachNoteFiftyMillisecondsAfterTheLast)
     ASSERT_TRUE(guitar_->hasInstrument());
     guitar_->strum(cMajor);
     EXPECT_TRUE(engine_.isRunning()) << "a strum starts the engine";
-    const auto audio = render(1000ms);
-    const auto found = onsets(audio, cMajor);
+    const auto found = onsets(render(1000ms), cMajor);
     ASSERT_EQ(found.size(), 6u);
     for (std::size_t i = 0; i < found.size(); ++i)
         EXPECT_NEAR(found[i], static_cast<double>(i) * strumGap, synthBlock) << "note " << i;
-    // the last note a quarter of a second after the first
-    EXPECT_NEAR(found.back() - found.front(), 11025, synthBlock);
 }
 
 TEST_F(GuitarAudioEngineTest, NotesSoundInTheOrderGiven) {
@@ -166,36 +164,25 @@ TEST_F(GuitarAudioEngineTest, ResumingInvalidatesNotesInFlightAndARebuildStillPl
     EXPECT_NEAR(found[5] - found[0], 5 * strumGap, synthBlock);
 }
 
-TEST(GuitarAudioEngineInstrumentTest, AMissingSoundFontLeavesASilentGuitarAndNoErrorForTheCaller) {
-    DiagnosticCapture diagnostics;
-    ManualTimeline timeline;
-    SharedAudioEngine engine{timeline};
-    engine.enableManualRenderingMode();
-    GuitarAudioEngine::Options options;
-    options.soundFonts = {"/nonexistent/FluidR3_GM.sf2"};
-    auto guitar = GuitarAudioEngine::create(engine, options);
-    EXPECT_THAT(diagnostics.lines(), ElementsAre("could not load aupreset"));
-    EXPECT_FALSE(guitar->hasInstrument());
-    guitar->playChord(cMajor);
-    const auto audio = renderOffline(engine, timeline, 44100);
-    EXPECT_EQ(testing::rms(audio.left), 0.0);
-    EXPECT_TRUE(engine.isRunning());
-}
-
-TEST(GuitarAudioEngineInstrumentTest, AnUnreadableSoundFontIsReportedInOneLine) {
+TEST(GuitarAudioEngineInstrumentTest, AMissingOrBrokenSoundFontLeavesASilentGuitarAndOneLine) {
     const auto broken = std::filesystem::temp_directory_path() / "fq-broken.sf2";
     std::ofstream(broken) << "RIFF, but not a SoundFont";
-    DiagnosticCapture diagnostics;
-    ManualTimeline timeline;
-    SharedAudioEngine engine{timeline};
-    engine.enableManualRenderingMode();
-    GuitarAudioEngine::Options options;
-    options.soundFonts = {broken};
-    auto guitar = GuitarAudioEngine::create(engine, options);
-    const auto lines = diagnostics.lines();
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].rfind("error loading preset: ", 0), 0u) << lines[0];
-    EXPECT_FALSE(guitar->hasInstrument());
+    for (const auto& [font, line] : {std::pair<std::filesystem::path, std::string>{
+                                         "/nonexistent/FluidR3_GM.sf2", "could not load aupreset"},
+                                     {broken, "error loading preset: "}}) {
+        DiagnosticCapture diagnostics;
+        ManualTimeline timeline;
+        SharedAudioEngine engine{timeline};
+        engine.enableManualRenderingMode();
+        auto guitar = GuitarAudioEngine::create(engine, {.soundFonts = {font}});
+        const auto lines = diagnostics.lines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(lines[0].rfind(line, 0), 0u) << lines[0];
+        EXPECT_FALSE(guitar->hasInstrument());
+        guitar->playChord(cMajor);
+        EXPECT_EQ(testing::rms(renderOffline(engine, timeline, 44100).left), 0.0);
+        EXPECT_TRUE(engine.isRunning()) << "no error for the caller";
+    }
     std::filesystem::remove(broken);
 }
 

@@ -3,9 +3,8 @@
 
 #include "AudioTestSupport.h"
 #include "PulseTestServer.h"
-#include "fq/audio/AudioSessionManager.h"
+#include "fq/audio/DeviceAudio.h"
 #include "fq/audio/PortAudioDeviceLayer.h"
-#include "fq/audio/SerialQueue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,6 +13,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <numbers>
+#include <optional>
 
 namespace fq::audio {
 namespace {
@@ -197,42 +197,32 @@ TEST_F(DeviceTest, ADeviceThatGoesAwayInterruptsAndItsReturnEndsTheInterruption)
 }
 
 TEST_F(DeviceTest, AStrumThroughTheDeviceHasSixOnsetsFiftyMillisecondsApart) {
-    SharedAudioEngine engine{Timeline::shared()};
-    PortAudioDeviceLayer layer{engine};
-    auto guitar = GuitarAudioEngine::create(engine);
     asio::io_context main;
-    SerialQueue activation{"AudioSessionManager.activation"};
-    auto manager =
-        AudioSessionManager::create(layer, *guitar, main.get_executor(), activation.executor());
-    manager->sceneDidBecomeActive();
-    ASSERT_TRUE(eventually([&] {
-        main.restart();
-        main.poll();
-        return guitar->isEngineRunning();
-    })) << "the session never became active";
+    DeviceAudio device(main.get_executor());
+    std::optional<tl::expected<void, Error>> started;
+    device.startPlayback([&](auto outcome) { started = outcome; });
+    ASSERT_TRUE(runUntil(
+        main, [&] { return started.has_value(); }, 10s));
+    ASSERT_TRUE(*started) << started->error().message;
 
     PulseTestServer::Recording recording(*server_, server_->directory() / "strum.raw");
     ASSERT_TRUE(recording.waitUntilRecording());
     const std::vector<int> cMajor{48, 55, 60, 64, 67, 72}; // the barre on the eighth fret
-    guitar->playChord(cMajor);
-    std::this_thread::sleep_for(1200ms); // let it sound
+    bool played = false;
+    device.play({{cMajor, 1200ms}}, [&] { played = true; });
+    ASSERT_TRUE(runUntil(
+        main, [&] { return played; }, 5s));
     const auto recorded = recording.stop();
-
     const auto onsets = testing::noteOnsets(recorded, cMajor, PulseTestServer::sampleRate, 441);
     ASSERT_EQ(onsets.size(), 6u) << "recorded " << recorded.size() << " frames";
     for (std::size_t i = 1; i < onsets.size(); ++i)
-        EXPECT_NEAR(onsets[i] - onsets[i - 1], 2205, 220.5)
-            << "between notes " << i - 1 << " and " << i << ": "
-            << ::testing::PrintToString(onsets);
+        EXPECT_NEAR(onsets[i] - onsets[i - 1], 2205, 220.5) << ::testing::PrintToString(onsets);
 
-    manager->setSceneActive(false);
-    manager->refreshPlaybackActivation(false);
-    ASSERT_TRUE(eventually([&] {
-        main.restart();
-        main.poll();
-        return !layer.isActive();
-    }));
-    manager.reset();
+    bool released = false;
+    device.release([&] { released = true; });
+    ASSERT_TRUE(runUntil(
+        main, [&] { return released; }, 5s));
+    EXPECT_FALSE(device.engine().isRunning()) << "the device is let go";
 }
 
 } // namespace

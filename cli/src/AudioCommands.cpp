@@ -1,15 +1,16 @@
+// `fretquill play` and `fretquill audio devices`: options and printing over the guitar and
+// the device list.
+
 #include "AudioCommands.h"
 
 #include "ChordInput.h"
 #include "CommandSupport.h"
+#include "DevicePlayback.h"
 #include "FretDiagram.h"
 
 #include <fq/audio/AudioDevices.h>
-#include <fq/audio/AudioSessionManager.h>
 #include <fq/audio/ChordSound.h>
-#include <fq/audio/GuitarAudioEngine.h>
 #include <fq/audio/OfflineRender.h>
-#include <fq/audio/SerialQueue.h>
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/ChordPositions.h>
 #include <fq/core/GuitarTuning.h>
@@ -18,22 +19,12 @@
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
 #include <memory>
-#include <thread>
 
 namespace fq::cli {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using namespace std::chrono_literals;
-
-/// How long a played or rendered chord lasts: the strum and its ring.
-constexpr auto chordLength = 3s;
-/// How long to wait for the device to start before giving up.
-constexpr auto activationTimeout = 5s;
-/// How much audio a device has played when it counts as running steadily.
-constexpr std::chrono::duration<double> steadyAfter{0.2};
 
 struct ChordSound {
     core::Chord chord;
@@ -89,53 +80,17 @@ std::string describe(const ChordSound& sound) {
                        compactFrets(sound.frets), fmt::join(sound.notes, " "));
 }
 
-/// Strums offline, on an engine and a timeline of its own, and writes the WAV file.
-void render(const ChordSound& sound, const std::string& file) {
-    audio::ManualTimeline timeline;
-    audio::SharedAudioEngine engine{timeline};
-    engine.enableManualRenderingMode();
-    const auto guitar = audio::GuitarAudioEngine::create(engine);
-    guitar->playChord(sound.notes);
-    const auto frames = static_cast<std::int64_t>(
-        engine.sampleRate() * std::chrono::duration<double>(chordLength).count());
-    const auto audio = audio::renderOffline(engine, timeline, frames);
-    valueOrThrow(audio::writeWav(file, audio, engine.sampleRate()));
-}
-
-/// Plays through the audio session, as a tap on a shape does.
-void play(const ChordSound& sound) {
-    const auto devices = valueOrThrow(audio::listAudioDevices());
-    if (auto output = audio::chooseAudioDevice(devices, audio::AudioDirection::output,
-                                               audio::wantedAudioDevice());
-        !output)
-        throw CommandError(output.error().message +
-                           "; write the sound to a file with --render FILE.wav");
-
-    auto& session = audio::AudioSessionManager::shared();
-    auto& guitar = audio::GuitarAudioEngine::shared();
-    session.sceneDidBecomeActive();
-    // the newest request's completion runs after the guitar has resumed on the device
-    bool ready = false;
-    session.refreshPlaybackActivation(false, [&] { ready = true; });
-    if (!audio::runMainUntil([&] { return ready; }, activationTimeout) || !guitar.isEngineRunning())
-        throw CommandError("The audio output did not start");
-    // A sound server may take the first blocks at once and then pause while it sets
-    // up: a strum in that pause would lose its spacing. Wait until it plays steadily.
-    auto& engine = audio::SharedAudioEngine::shared();
-    const auto started = engine.renderedFrames();
-    const auto steady = static_cast<audio::FrameTime>(engine.sampleRate() * steadyAfter.count());
-    audio::runMainUntil([&] { return engine.renderedFrames() - started > steady; },
-                        activationTimeout);
-    guitar.playChord(sound.notes);
-    audio::runMainUntil([] { return false; }, chordLength);
-    // going away as the shell does when nothing sounds: suspend, then let the device go
-    guitar.stopAllNotes();
-    session.setSceneActive(false);
-    guitar.suspendForBackground();
-    bool released = false;
-    session.applySessionActivity(false, audio::config::notifyOthersOnDeactivation,
-                                 [&] { released = true; });
-    audio::runMainUntil([&] { return released; }, activationTimeout);
+/// Renders the strum to a WAV file, or plays it through the device.
+void playOrRender(const ChordSound& sound, const std::string& file) {
+    const audio::TimedNotes strum[] = {{sound.notes, audio::config::chordLength}};
+    if (file.empty()) {
+        requireDevice(audio::AudioDirection::output,
+                      "; write the sound to a file with --render FILE.wav");
+        playOnDevice({std::begin(strum), std::end(strum)});
+        return;
+    }
+    const auto rendered = audio::renderGuitar(strum);
+    valueOrThrow(audio::writeWav(file, rendered.audio, rendered.sampleRate));
 }
 
 Json devicesJson(const std::vector<audio::AudioDeviceInfo>& devices) {
@@ -204,10 +159,7 @@ void addAudioCommands(CLI::App& app, CommandContext& context) {
         *context.action = [&context, playOptions] {
             const auto sound =
                 chordSound(playOptions->chord, playOptions->frets, playOptions->tuning);
-            if (!playOptions->render.empty())
-                render(sound, playOptions->render);
-            else
-                play(sound);
+            playOrRender(sound, playOptions->render);
             if (playOptions->json)
                 context.out << soundJson(sound, playOptions->render).dump() << "\n";
             else if (!playOptions->render.empty())

@@ -1,6 +1,10 @@
+// `fretquill play` and `fretquill audio devices`: rendered strums checked by their onsets,
+// the shapes chosen, bad input, and the device through a private sound server.
+
 #include "AudioTestSupport.h"
 #include "CliRun.h"
 #include "PulseTestServer.h"
+#include "fq/test/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -8,7 +12,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <sstream>
 
 namespace fq::cli {
 namespace {
@@ -40,14 +43,8 @@ Wav readWav(const fs::path& file) {
 
 class AudioCommandsTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "fq-play-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        setenv("FRETQUILL_HOME", (folder_ / "home").c_str(), 1);
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-    fs::path folder_;
+    void SetUp() override { setenv("FRETQUILL_HOME", (folder_ / "home").c_str(), 1); }
+    test::TemporaryFolder folder_;
 };
 
 TEST_F(AudioCommandsTest, RenderWritesTheStrumToAWavFile) {

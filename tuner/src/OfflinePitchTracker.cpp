@@ -1,3 +1,5 @@
+// The recognizer fed from a file instead of the microphone.
+
 #include "fq/tuner/OfflinePitchTracker.h"
 
 #include <sndfile.h>
@@ -12,11 +14,14 @@ tl::expected<MonoAudio, Error> readMonoAudio(const std::filesystem::path& file) 
     SF_INFO info{};
     const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> handle(sf_open(file.c_str(), SFM_READ, &info),
                                                              sf_close);
-    if (!handle)
-        return tl::unexpected(
-            Error{"Cannot read audio file " + file.string() + ": " + sf_strerror(nullptr)});
+    if (!handle) {
+        std::error_code ignored;
+        return tl::unexpected(Error{
+            "Cannot read audio file " + file.string() + ": " + sf_strerror(nullptr),
+            std::filesystem::exists(file, ignored) ? ErrorKind::corrupt : ErrorKind::notFound});
+    }
     if (info.channels <= 0 || info.samplerate <= 0 || info.frames < 0)
-        return tl::unexpected(Error{"Not an audio file: " + file.string()});
+        return tl::unexpected(Error{"Not an audio file: " + file.string(), ErrorKind::corrupt});
     const auto channels = static_cast<std::size_t>(info.channels);
     std::vector<float> interleaved(static_cast<std::size_t>(info.frames) * channels);
     const auto read = sf_readf_float(handle.get(), interleaved.data(), info.frames);
@@ -57,7 +62,8 @@ tl::expected<void, Error> OfflinePitchTracker::start(Observer observer) {
         main_.restart();
         main_.poll();
     }
-    if (!handler_->isPatchOpened()) return tl::unexpected(Error{"The pitch patch did not open"});
+    if (!handler_->isPatchOpened())
+        return tl::unexpected(Error{"The pitch patch did not open", ErrorKind::io});
     return {};
 }
 

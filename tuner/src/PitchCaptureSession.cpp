@@ -8,24 +8,23 @@
 namespace fq::tuner {
 
 void DeviceCaptureSession::beginCapture(Completion completion) {
-    audio::AudioSessionManager::shared().beginCapture(audio::CapturePurpose::tuner,
-                                                      std::move(completion));
+    session_.beginCapture(audio::CapturePurpose::tuner, std::move(completion));
 }
 
 void DeviceCaptureSession::endCapture() {
-    audio::AudioSessionManager::shared().endCapture(audio::CapturePurpose::tuner);
+    session_.endCapture(audio::CapturePurpose::tuner);
 }
 
 double DeviceCaptureSession::sampleRate() const {
-    return audio::SharedAudioEngine::shared().sampleRate();
+    return engine_.sampleRate();
 }
 
 bool DeviceCaptureSession::attachCapture(audio::CaptureSink& sink) {
-    return audio::SharedAudioEngine::shared().attachCapture(sink);
+    return engine_.attachCapture(sink);
 }
 
 void DeviceCaptureSession::detachCapture(audio::CaptureSink& sink) {
-    audio::SharedAudioEngine::shared().detachCapture(sink);
+    engine_.detachCapture(sink);
 }
 
 ManualCaptureSession::ManualCaptureSession(asio::any_io_executor main, double sampleRate,

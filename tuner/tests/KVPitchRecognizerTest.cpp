@@ -4,17 +4,16 @@
 #include "fq/tuner/KVPitchRecognizer.h"
 
 #include "AudioTestSupport.h"
+#include "fq/test/TemporaryFolder.h"
 #include "fq/tuner/OfflinePitchTracker.h"
 #include "fq/tuner/Pd.h"
 #include "fq/tuner/PitchPatch.h"
-#include "fq/tuner/TunerDisplay.h"
 
 #include <asio/io_context.hpp>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <numbers>
 #include <sstream>
@@ -24,22 +23,6 @@ namespace {
 
 using audio::testing::DiagnosticCapture;
 namespace fs = std::filesystem;
-
-class TempDir {
-public:
-    TempDir() {
-        std::string pattern = (fs::temp_directory_path() / "fq-tuner-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data());
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    const fs::path& path() const { return path_; }
-
-private:
-    fs::path path_;
-};
 
 class CountingDrums final : public DrumEngineSuspension {
 public:
@@ -80,7 +63,7 @@ protected:
         ASSERT_TRUE(recognizer_->isPatchOpen());
     }
 
-    TempDir home_;
+    test::TemporaryFolder home_;
     asio::io_context main_;
     ManualCaptureSession session_{main_.get_executor(), 48000, /*holdGrants=*/true};
     CountingDrums drums_;
@@ -277,7 +260,7 @@ struct Readings {
 
 Readings track(const std::vector<float>& audio, double rate = 44100) {
     asio::io_context main;
-    TempDir home;
+    test::TemporaryFolder home;
     OfflinePitchTracker tracker(main, rate, home.path());
     Readings readings;
     EXPECT_TRUE(tracker.start([&](double f, double t) {
@@ -316,21 +299,6 @@ TEST(RealPatch, PureTonesAreReadWithinACentAndSilenceGivesNothing) {
     // below the 46 dB gate (-54 dBFS) the analysis hears nothing at all
     EXPECT_TRUE(track(std::vector<float>(44100, 0.0f)).frequencies.empty());
     EXPECT_TRUE(track(sine(220.0, 1.0, 0.001)).frequencies.empty());
-}
-
-TEST(RealPatch, RenderedGuitarNotesShowTheirNoteInTheDisplayModel) {
-    for (const int note : {40, 45, 50, 55, 59, 64, 33}) {
-        SCOPED_TRACE(note);
-        const auto audio = audio::testing::isolatedGuitarNote(note, 44100, 1.5);
-        const auto readings = track(audio);
-        ASSERT_FALSE(readings.frequencies.empty());
-        TunerDisplayModel model;
-        for (std::size_t i = 0; i < readings.frequencies.size(); ++i)
-            model.handleFrequency(readings.frequencies[i], readings.times[i]);
-        EXPECT_EQ(model.displayPianoNoteNumber(), note);
-        // the SoundFont's samples are tuned to a few cents
-        EXPECT_EQ(model.instruction().text, "In Tune") << model.displayDeviationCents();
-    }
 }
 
 } // namespace

@@ -40,9 +40,8 @@ class AudioSessionManager : public std::enable_shared_from_this<AudioSessionMana
 public:
     using Completion = std::function<void()>;
 
-    /// The process's manager: PortAudio under the shared engine, the shared guitar,
-    /// mainContext() as the main thread and the serial queue
-    /// "AudioSessionManager.activation".
+    /// A process-wide manager on mainContext(), for the metronome's tempo detector; every
+    /// other owner makes its own through DeviceAudio on its own main executor.
     static AudioSessionManager& shared();
 
     /// `device` and `guitar` must outlive the manager and the work it queued.

@@ -31,10 +31,20 @@ inline constexpr float guitarReverbWetDryMix = 5;
 inline constexpr int noteVelocity = 127;
 inline constexpr int noteChannel = 0;
 inline constexpr std::chrono::milliseconds strumNoteDelay{50};
+/// How long a chord played on its own lasts: the strum and its ring.
+inline constexpr std::chrono::milliseconds chordLength{3000};
 /// All notes off.
 inline constexpr int silenceController = 123;
 inline constexpr int silenceValue = 0;
 } // namespace config
+
+/// Notes struck together that ring for a while before the next ones.
+struct TimedNotes {
+    std::vector<int> notes;
+    std::chrono::milliseconds length{0};
+
+    friend bool operator==(const TimedNotes&, const TimedNotes&) = default;
+};
 
 /// What the audio session needs of the guitar when the device comes and goes.
 class GuitarEngineControl {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fq/audio/GuitarAudioEngine.h"
 #include "fq/audio/SharedAudioEngine.h"
 #include "fq/audio/Timeline.h"
 
@@ -9,6 +10,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <span>
 #include <vector>
 
 namespace fq::audio {
@@ -27,6 +29,16 @@ struct StereoBuffer {
 /// frame. The first frame sounds at the timeline's present moment.
 StereoBuffer renderOffline(SharedAudioEngine& engine, ManualTimeline& timeline, std::int64_t frames,
                            int blockFrames = 256);
+
+/// Rendered audio and the rate it was rendered at.
+struct RenderedAudio {
+    StereoBuffer audio;
+    double sampleRate = 0;
+};
+
+/// The parts played one after another on a guitar and an engine of its own, offline: the
+/// same strums as on the device, each part as long as it says.
+RenderedAudio renderGuitar(std::span<const TimedNotes> parts);
 
 /// Writes the audio as a 16-bit WAV file, clipping what lies beyond full scale.
 tl::expected<void, Error> writeWav(const std::filesystem::path& file, const StereoBuffer& audio,

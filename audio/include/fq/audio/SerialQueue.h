@@ -1,5 +1,7 @@
 #pragma once
 
+// A serial queue on a thread of its own for the slow platform calls.
+
 #include <asio/any_io_executor.hpp>
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
@@ -32,8 +34,8 @@ private:
     std::thread thread_;
 };
 
-/// The program's main thread as an executor: the command runs it, and everything
-/// that the audio session and its observers own is touched only there.
+/// A process-wide main executor, kept for the metronome's commands and its tempo detector
+/// until they take theirs from their owner as the tuner and the player do (DeviceAudio).
 asio::io_context& mainContext();
 
 /// Runs the main executor for about `slice`, sleeping instead when it has nothing to do.

@@ -1,6 +1,10 @@
 #pragma once
 
+// What the tuner needs of the audio session, from a device or fed by hand.
+
+#include <fq/audio/AudioSessionManager.h>
 #include <fq/audio/AudioSource.h>
+#include <fq/audio/SharedAudioEngine.h>
 
 #include <asio/any_io_executor.hpp>
 
@@ -31,14 +35,22 @@ public:
     virtual void detachCapture(audio::CaptureSink& sink) = 0;
 };
 
-/// The microphone through AudioSessionManager::shared() and SharedAudioEngine::shared().
+/// The microphone through an audio session and the engine it runs.
 class DeviceCaptureSession final : public PitchCaptureSession {
 public:
+    /// Both must outlive the capture session.
+    DeviceCaptureSession(audio::AudioSessionManager& session, audio::SharedAudioEngine& engine)
+        : session_(session), engine_(engine) {}
+
     void beginCapture(Completion completion) override;
     void endCapture() override;
     double sampleRate() const override;
     bool attachCapture(audio::CaptureSink& sink) override;
     void detachCapture(audio::CaptureSink& sink) override;
+
+private:
+    audio::AudioSessionManager& session_;
+    audio::SharedAudioEngine& engine_;
 };
 
 /// Capture that someone feeds: grants are posted on the main executor at once, or held

@@ -1,3 +1,4 @@
+// The sheet file form: records, pixels, another reader's view, and refused input.
 #include "SheetTestSupport.h"
 
 #include <fq/core/CapturedDiagnostics.h>
@@ -178,25 +179,10 @@ TEST(SheetDocumentTest, DamagedBytesAreRefusedNeverCrash) {
     const auto bytes = *encodeSheet(testing::sampleSheet());
     // every cut of the file: the trailer at the end holds the offsets, so none can read
     for (std::size_t length = 0; length < bytes.size(); length += 7)
-        EXPECT_FALSE(decodeSheet(std::string_view(bytes).substr(0, length))) << "cut at " << length;
-
-    std::string deep = "<?xml version=\"1.0\"?><plist><dict><key>title</key>";
-    for (int level = 0; level < 5000; ++level)
-        deep += "<array>";
-    for (int level = 0; level < 5000; ++level)
-        deep += "</array>";
-    EXPECT_FALSE(decodeSheet(deep + "<key>pages</key><array/></dict></plist>"));
-    EXPECT_FALSE(decodeSheet("<?xml version=\"1.0\"?><plist><dict><key>title</key>"));
+        EXPECT_EQ(decodeSheet(std::string_view(bytes).substr(0, length)).error().kind,
+                  ErrorKind::corrupt)
+            << "cut at " << length;
     EXPECT_FALSE(decodeSheet("{\"title\": \"JSON is not a sheet\", \"pages\": []}"));
-
-    // a binary list whose one array claims two billion entries in a file of a few bytes
-    std::string absurd = "bplist00";
-    absurd += std::string("\xAF\x12\x7F\xFF\xFF\xFF", 6); // array, count as a 4-byte integer
-    absurd += '\x08';                                     // offset table: object 0 at 8
-    absurd += std::string(6, '\0') + "\x01\x01";          // offset and reference sizes
-    for (const char last : {'\x01', '\x00', '\x0E'})
-        absurd += std::string(7, '\0') + last;
-    EXPECT_FALSE(decodeSheet(absurd));
 }
 
 // Inputs the fuzzer once tripped over: each is refused, or reads, writes and reads back the same.

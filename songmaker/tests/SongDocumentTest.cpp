@@ -85,7 +85,7 @@ TEST(SongDocumentTest, EveryKeyIsRequiredAndTypesAreStrict) {
             document[at.parent_pointer()].erase(at.back());
         else
             document[at] = value;
-        EXPECT_EQ(decodeSong(*encodeBinaryPropertyList(document)).has_value(), reads)
+        EXPECT_EQ(decodeSong(*documents::encodeBinaryPropertyList(document)).has_value(), reads)
             << pointer << " = " << value.dump();
     }
 }
@@ -96,9 +96,11 @@ TEST(SongDocumentTest, BadBytesAreRefusedWithoutCrashing) {
     const auto bytes = *encodeSong(sampleSong());
     for (std::size_t length = 0; length < bytes.size(); length += 7)
         EXPECT_EQ(decodeSong(bytes.substr(0, length)).error().kind, ErrorKind::corrupt) << length;
-    for (const auto& entry : std::filesystem::directory_iterator(FQ_SONGMAKER_TEST_DATA))
-        if (const auto result = decodeSong(readBytes(entry.path())))
+    for (const auto& entry : std::filesystem::directory_iterator(FQ_SONGMAKER_TEST_DATA)) {
+        if (const auto result = decodeSong(readBytes(entry.path()))) {
             EXPECT_TRUE(decodeSong(*encodeSong(*result))) << entry.path();
+        }
+    }
 
     TemporaryFolder folder;
     std::filesystem::create_directory(folder / "Folder.frtqul");

@@ -2,6 +2,7 @@
 // printing every song command shares.
 #include "SongCommands.h"
 
+#include "ChordInput.h"
 #include "CommandSupport.h"
 
 #include <fq/core/ChordDataManager.h>

@@ -114,14 +114,15 @@ void addFileCommands(CLI::App* song, CommandContext& context) {
     });
 
     CLI::App* show = nullptr;
-    auto showing = command(song, "show", "Show a song: its sections, chords, key, tempo and pattern",
-                           &show);
+    auto showing =
+        command(song, "show", "Show a song: its sections, chords, key, tempo and pattern", &show);
     show->add_option("FILE", showing->file, songHelp)->required();
     show->callback([&context, showing] {
         *context.action = [&context, showing] {
             const auto file = valueOrThrow(findSong(showing->file));
             auto document = FrtQulDocument::read(file);
-            if (!document) throw CommandError("Error loading document: " + document.error().message);
+            if (!document)
+                throw CommandError("Error loading document: " + document.error().message);
             printSong(context.out, file, document->data(), showing->json);
             return 0;
         };
@@ -144,16 +145,17 @@ void addFileCommands(CLI::App* song, CommandContext& context) {
     });
 
     CLI::App* duplicate = nullptr;
-    auto duplicating = command(
-        song, "duplicate", "Copy a song under the next numbered title (JSON songs only)", &duplicate);
+    auto duplicating =
+        command(song, "duplicate", "Copy a song under the next numbered title (JSON songs only)",
+                &duplicate);
     duplicate->add_option("FILE", duplicating->file, songHelp)->required();
     duplicate->callback([&context, duplicating] {
         *context.action = [&context, duplicating] {
             const auto source = songMetadata(valueOrThrow(findSong(duplicating->file)));
             asio::io_context main;
             TracksViewModel tracks(main.get_executor());
-            const auto copy =
-                valueOrThrow(tracks.duplicateDocument({core::Uuid::random(), source.url, source.title}));
+            const auto copy = valueOrThrow(
+                tracks.duplicateDocument({core::Uuid::random(), source.url, source.title}));
             printMetadata(context.out, songMetadata(copy), duplicating->json, "Copied");
             return 0;
         };
@@ -187,19 +189,19 @@ void addFileCommands(CLI::App* song, CommandContext& context) {
     import->callback([&context, importing] {
         *context.action = [&context, importing] {
             std::error_code error;
-            if (!fs::is_regular_file(importing->file, error))
-                throw CommandError(
-                    fmt::format("Couldn’t find the file to import: {}", importing->file));
-            valueOrThrow(requireSongFile(importing->file));
-            const auto source = fs::absolute(importing->file, error);
-            asio::io_context main;
-            TracksViewModel tracks(main.get_executor());
-            const auto imported = valueOrThrow(tracks.importDocument(source));
-            printMetadata(context.out, songMetadata(imported), importing->json, "Imported");
-            return 0;
-        };
-    });
-}
+    if (!fs::is_regular_file(importing->file, error))
+        throw CommandError(fmt::format("Couldn’t find the file to import: {}", importing->file));
+    valueOrThrow(requireSongFile(importing->file));
+    const auto source = fs::absolute(importing->file, error);
+    asio::io_context main;
+    TracksViewModel tracks(main.get_executor());
+    const auto imported = valueOrThrow(tracks.importDocument(source));
+    printMetadata(context.out, songMetadata(imported), importing->json, "Imported");
+    return 0;
+};
+} // namespace
+);
+} // namespace fq::cli
 
 } // namespace
 

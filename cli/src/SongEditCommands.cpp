@@ -1,8 +1,8 @@
 // The `song` editing steps: sections, chords, the key, the tempo and the guitar pattern.
 // Each runs as one locked edit of the song file and prints the song as saved.
+#include "ChordInput.h"
 #include "CommandSupport.h"
 #include "SongCommands.h"
-#include "ChordInput.h"
 
 #include <fq/songmaker/JamSequencer.h>
 #include <fq/songmaker/SongEditorModel.h>
@@ -43,17 +43,17 @@ tl::expected<core::Uuid, Error> sectionID(const std::vector<SongSection>& sectio
     const auto* end = reference.data() + reference.size();
     if (!reference.empty() && std::from_chars(reference.data(), end, number).ptr == end) {
         if (number >= 1 && number <= sections.size()) return sections[number - 1].id;
-        return tl::unexpected(Error{fmt::format("No section {}: the song has {} section{}",
-                                                reference, sections.size(),
-                                                sections.size() == 1 ? "" : "s"),
-                                    ErrorKind::notFound});
+        return tl::unexpected(
+            Error{fmt::format("No section {}: the song has {} section{}", reference,
+                              sections.size(), sections.size() == 1 ? "" : "s"),
+                  ErrorKind::notFound});
     }
     for (const auto& section : sections)
         if (section.title == reference) return section.id;
-    return tl::unexpected(Error{
-        fmt::format("No section “{}” in this song (name one by its number, title or id)",
-                    printable(reference)),
-        ErrorKind::notFound});
+    return tl::unexpected(
+        Error{fmt::format("No section “{}” in this song (name one by its number, title or id)",
+                          printable(reference)),
+              ErrorKind::notFound});
 }
 
 struct EditOptions {
@@ -143,20 +143,21 @@ void addSectionCommands(CLI::App* song, CommandContext& context) {
                     return tl::expected<void, Error>{};
                 }),
                 oneSection);
-    editCommand(section, context, "move", "Move a section to another section's place",
-                sectionStep([](SongEditorModel& editor, const core::Uuid& id,
-                               const EditOptions& options) {
-                    return sectionID(editor.sections(), options.target)
-                        .map([&](const core::Uuid& target) { editor.moveSection(id, target); });
-                }),
-                [](CLI::App* made, EditOptions& options) {
-                    made->add_option("SECTION", options.section,
-                                     "The section to move: its number, title or id")
-                        ->required();
-                    made->add_option("TARGET", options.target,
-                                     "The section whose place it takes: its number, title or id")
-                        ->required();
-                });
+    editCommand(
+        section, context, "move", "Move a section to another section's place",
+        sectionStep([](SongEditorModel& editor, const core::Uuid& id, const EditOptions& options) {
+            return sectionID(editor.sections(), options.target).map([&](const core::Uuid& target) {
+                editor.moveSection(id, target);
+            });
+        }),
+        [](CLI::App* made, EditOptions& options) {
+            made->add_option("SECTION", options.section,
+                             "The section to move: its number, title or id")
+                ->required();
+            made->add_option("TARGET", options.target,
+                             "The section whose place it takes: its number, title or id")
+                ->required();
+        });
 
     auto* chord = song->add_subcommand("chord", "Add or delete chords in a section");
     chord->require_subcommand(1);
@@ -164,12 +165,12 @@ void addSectionCommands(CLI::App* song, CommandContext& context) {
         chord, context, "add", "Add a chord at the end of a section",
         [sectionStep](const EditOptions& options) -> Step {
             const auto chosen = options.chord.resolve();
-            return sectionStep([chosen](SongEditorModel& editor, const core::Uuid& id,
-                                        const EditOptions&) {
-                editor.selectSection(id);
-                editor.addChord(chosen);
-                return tl::expected<void, Error>{};
-            })(options);
+            return sectionStep(
+                [chosen](SongEditorModel& editor, const core::Uuid& id, const EditOptions&) {
+                    editor.selectSection(id);
+                    editor.addChord(chosen);
+                    return tl::expected<void, Error>{};
+                })(options);
         },
         [](CLI::App* made, EditOptions& options) {
             made->add_option("SECTION", options.section, sectionHelp)->required();
@@ -182,12 +183,13 @@ void addSectionCommands(CLI::App* song, CommandContext& context) {
             const auto& sections = editor.sections();
             const auto& chosen = *std::find_if(sections.begin(), sections.end(),
                                                [&](const auto& s) { return s.id == id; });
-            if (options.number < 1 || static_cast<std::size_t>(options.number) > chosen.chords.size())
-                return tl::unexpected(Error{
-                    fmt::format("No chord {} in “{}”: it has {} chord{}", options.number,
-                                printable(chosen.title), chosen.chords.size(),
-                                chosen.chords.size() == 1 ? "" : "s"),
-                    ErrorKind::notFound});
+            if (options.number < 1 ||
+                static_cast<std::size_t>(options.number) > chosen.chords.size())
+                return tl::unexpected(
+                    Error{fmt::format("No chord {} in “{}”: it has {} chord{}", options.number,
+                                      printable(chosen.title), chosen.chords.size(),
+                                      chosen.chords.size() == 1 ? "" : "s"),
+                          ErrorKind::notFound});
             editor.selectChord({id, static_cast<int>(options.number) - 1});
             editor.deleteChord();
             return {};

@@ -68,7 +68,8 @@ FolderEntry folderEntry(const fs::path& file) {
 
 bool hasExtension(const fs::path& file, std::string_view extension) {
     const auto name = file.extension().string();
-    return name.size() == extension.size() + 1 && name.compare(1, std::string::npos, extension) == 0;
+    return name.size() == extension.size() + 1 &&
+           name.compare(1, std::string::npos, extension) == 0;
 }
 
 tl::expected<std::optional<fs::path>, Error> findDocument(std::string_view text,

@@ -30,7 +30,8 @@ ErrorKind kindOf(int code) {
 }
 
 Error systemError(std::string_view what, const fs::path& path, int code) {
-    return Error{std::string(what) + " \"" + path.filename().string() + "\": " + std::strerror(code),
+    return Error{std::string(what) + " \"" + path.filename().string() +
+                     "\": " + std::strerror(code),
                  kindOf(code)};
 }
 
@@ -137,8 +138,8 @@ tl::expected<std::string, Error> readWholeFile(const fs::path& path, std::size_t
             Error{"The file \"" + path.filename().string() + "\" isn’t a regular file.",
                   ErrorKind::corrupt});
     if (static_cast<std::uint64_t>(status.st_size) > maximumBytes)
-        return tl::unexpected(
-            Error{"The file \"" + path.filename().string() + "\" is too large.", ErrorKind::refused});
+        return tl::unexpected(Error{"The file \"" + path.filename().string() + "\" is too large.",
+                                    ErrorKind::refused});
     std::string bytes;
     bytes.reserve(static_cast<std::size_t>(status.st_size));
     char buffer[65536];

@@ -183,9 +183,9 @@ tl::expected<fs::path, Error> findSheet(std::string_view text,
                                                documents::FolderMatch::onlyOfThisType);
     if (!found || !*found) return noSuchFile();
     if (!documents::hasExtension(**found, config::sheetExtension))
-        return tl::unexpected(Error{
-            fmt::format("Not a sheet file (.{}): {}", config::sheetExtension, text),
-            ErrorKind::refused});
+        return tl::unexpected(
+            Error{fmt::format("Not a sheet file (.{}): {}", config::sheetExtension, text),
+                  ErrorKind::refused});
     return **found;
 }
 

@@ -280,8 +280,8 @@ void SongEditorModel::refreshSequencer() {
     if (sequencer.tempo() != bpm_) sequencer.setTempo(bpm_);
 }
 
-tl::expected<FrtQulDocumentData, Error>
-SongEditorModel::edit(const fs::path& file, Services services, const Step& step) {
+tl::expected<FrtQulDocumentData, Error> SongEditorModel::edit(const fs::path& file,
+                                                              Services services, const Step& step) {
     const auto lock = documents::FolderLock::acquire(documents::folderOf(file));
     if (!lock) return tl::unexpected(lock.error());
     SongEditorModel editor(file, std::move(services));

@@ -40,8 +40,9 @@ tl::expected<FrtQulDocumentData, Error> readJsonSong(const fs::path& file) {
     if (!bytes) return tl::unexpected(bytes.error());
     const auto json = nlohmann::json::parse(*bytes, nullptr, false);
     if (json.is_discarded())
-        return tl::unexpected(Error{
-            "The data couldn’t be read because it isn’t in the correct format.", ErrorKind::corrupt});
+        return tl::unexpected(
+            Error{"The data couldn’t be read because it isn’t in the correct format.",
+                  ErrorKind::corrupt});
     return documentDataFromJson(json);
 }
 
@@ -189,8 +190,8 @@ tl::expected<fs::path, Error> TracksViewModel::importDocument(const fs::path& so
 
     const auto nameFor = [&](int counter) {
         if (counter == 0) return *folder / source.filename();
-        return *folder / fmt::format("{} {}{}", source.stem().string(), counter,
-                                     source.extension().string());
+        return *folder /
+               fmt::format("{} {}{}", source.stem().string(), counter, source.extension().string());
     };
     fs::path target;
     {

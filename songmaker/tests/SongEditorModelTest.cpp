@@ -63,19 +63,12 @@ protected:
 
 TEST_F(SongEditorModelTest, ANewSongStartsWithAnIntroAndAnEarlyPattern) {
     const SongEditorModel editor(std::nullopt, services());
-    ASSERT_EQ(editor.sections().size(), 1u);
-    const auto& intro = editor.sections()[0];
-    EXPECT_EQ(intro.title, "Intro");
-    EXPECT_EQ(intro.sectionType, SectionType::intro);
-    EXPECT_TRUE(intro.chords.empty());
-    EXPECT_TRUE(editor.isNew());
-    EXPECT_EQ(editor.trackTitle, "Untitled");
+    EXPECT_EQ(titles(editor), std::vector<std::string>{"Intro"});
     const auto all = core::arpeggioSequences();
-    std::vector<std::string> firstFour;
-    for (std::size_t index = 0; index < 4; ++index)
-        firstFour.push_back(all[index].name);
-    EXPECT_NE(std::find(firstFour.begin(), firstFour.end(), editor.currentSequence().name),
-              firstFour.end());
+    EXPECT_NE(std::find_if(all.begin(), all.begin() + 4,
+                           [&](const auto& s) { return s.name == editor.currentSequence().name; }),
+              all.begin() + 4)
+        << "drawn from the first four patterns";
     EXPECT_EQ(editor.currentBassPattern().name, core::bassPatterns().front().name);
     EXPECT_EQ(editor.currentDrumPattern().name, core::drumPatterns().front().name);
 }
@@ -193,9 +186,9 @@ TEST_F(SongEditorModelTest, SavingNamesANewFileOnceAndNeverRenames) {
     SongEditorModel broken(documents() / "Bad.frtqul", services());
     EXPECT_EQ(broken.loadError()->message.rfind("Error loading document: ", 0), 0u);
     EXPECT_EQ(broken.trackTitle, "Untitled");
-    EXPECT_EQ(SongEditorModel::edit(documents() / "Bad.frtqul", services(), [](auto&) {
-                  return tl::expected<void, Error>{};
-              }).error(),
+    EXPECT_EQ(SongEditorModel::edit(documents() / "Bad.frtqul", services(),
+                                    [](auto&) { return tl::expected<void, Error>{}; })
+                  .error(),
               *broken.loadError());
     EXPECT_EQ(readBytes(documents() / "Bad.frtqul"), "torn") << "a song that does not read stays";
 

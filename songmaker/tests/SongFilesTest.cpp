@@ -67,8 +67,7 @@ TEST_F(SongFolderTest, StoreRenamesMoveTheFileAndKeepTheTrimmedTitle) {
     ASSERT_TRUE(same) << "renaming to its own name rewrites in place";
     EXPECT_EQ(same->url, slash->url);
     ASSERT_TRUE(store.deleteDocument(documents() / "Taken.frtqul"));
-    EXPECT_EQ(store.deleteDocument(documents() / "Taken.frtqul").error().kind,
-              ErrorKind::notFound);
+    EXPECT_EQ(store.deleteDocument(documents() / "Taken.frtqul").error().kind, ErrorKind::notFound);
     EXPECT_EQ(files(), std::vector<std::string>{"Untitled.frtqul"});
     EXPECT_EQ(observer_.changes, 0) << "the observer is told on the main executor";
     runMain();
@@ -151,8 +150,8 @@ TEST_F(SongFolderTest, OnlySongsAreImportedEachUnderAFreeName) {
 
     // a picture, an empty file or a torn song would spoil every later listing
     const auto before = files();
-    for (const std::string& content : {std::string("\x89PNG\r\n\x1a\n", 8), std::string(),
-                                       bytes.substr(0, bytes.size() / 2)}) {
+    for (const std::string& content :
+         {std::string("\x89PNG\r\n\x1a\n", 8), std::string(), bytes.substr(0, bytes.size() / 2)}) {
         writeBytes(source, content);
         const auto refused = tracks.importDocument(source);
         ASSERT_FALSE(refused);

@@ -59,8 +59,8 @@ enum class FolderMatch {
 /// the file of that name in the documents folder, with or without the extension.
 /// Nothing found gives none; a missing documents folder is passed on.
 tl::expected<std::optional<std::filesystem::path>, Error>
-findDocument(std::string_view text, std::string_view extension,
-             const DocumentsDirectory& documents, FolderMatch match = FolderMatch::anyFile);
+findDocument(std::string_view text, std::string_view extension, const DocumentsDirectory& documents,
+             FolderMatch match = FolderMatch::anyFile);
 
 /// Whether `file` ends in "." and exactly `extension`.
 bool hasExtension(const std::filesystem::path& file, std::string_view extension);

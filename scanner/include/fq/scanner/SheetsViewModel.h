@@ -37,9 +37,8 @@ struct SongsheetDocumentItem {
 /// Failures are told as diagnostic lines and survived.
 class SheetsViewModel {
 public:
-    explicit SheetsViewModel(
-        Executor mainExecutor,
-        documents::DocumentsDirectory documents = documents::defaultDocumentsDirectory);
+    explicit SheetsViewModel(Executor mainExecutor, documents::DocumentsDirectory documents =
+                                                        documents::defaultDocumentsDirectory);
 
     const std::vector<SongsheetDocumentItem>& documentItems() const { return documentItems_; }
     const std::map<std::filesystem::path, SongsheetDocumentItem>& metadataCache() const {

@@ -70,8 +70,8 @@ public:
     /// process at the same moment is neither lost nor undoes this one. A song that does
     /// not read, or a step that fails, leaves the file as it was. Returns what was saved.
     using Step = std::function<tl::expected<void, Error>(SongEditorModel&)>;
-    static tl::expected<FrtQulDocumentData, Error>
-    edit(const std::filesystem::path& file, Services services, const Step& step);
+    static tl::expected<FrtQulDocumentData, Error> edit(const std::filesystem::path& file,
+                                                        Services services, const Step& step);
 
     /// Makes a new song (the single section "Intro") titled with the trimmed `name`, in
     /// the documents folder under the safe form of the name. Never replaces a file.

@@ -2,9 +2,8 @@
 
 // The song files as the assistant sees them, and finding a song a person names.
 
-#include <fq/documents/DocumentsFolder.h>
-
 #include <fq/core/Error.h>
+#include <fq/documents/DocumentsFolder.h>
 
 #include <tl/expected.hpp>
 
@@ -40,8 +39,7 @@ struct SongMakerDocumentMetadata {
 class SongMakerDocumentStore {
 public:
     explicit SongMakerDocumentStore(
-        Executor mainExecutor,
-        DocumentsDirectory documents = documents::defaultDocumentsDirectory,
+        Executor mainExecutor, DocumentsDirectory documents = documents::defaultDocumentsDirectory,
         DocumentsChangeObserver* observer = nullptr);
 
     /// Every readable song, by title in the locale's collation. Unreadable files are

@@ -3,6 +3,7 @@
 
 #include <fq/scanner/SheetsViewModel.h>
 
+#include <asio/io_context.hpp>
 #include <benchmark/benchmark.h>
 #include <leptonica/allheaders.h>
 #include <unistd.h>
@@ -77,15 +78,21 @@ void BM_ListTenSheets(benchmark::State& state) {
             {fq::core::Uuid::random(), photographedPage(1200, 1600, 2 * index + 1), {}}};
         if (!saveSheet("Sheet", pages, at(folder))) state.SkipWithError("cannot save the sheets");
     }
-    SheetsViewModel warm(at(folder));
+    asio::io_context main;
+    SheetsViewModel warm(main.get_executor(), at(folder));
     warm.loadDocuments();
+    main.run();
     for (auto _ : state) {
         if (state.range(0)) {
             warm.loadDocuments();
+            main.restart();
+            main.run();
             benchmark::DoNotOptimize(warm.documentItems().size());
         } else {
-            SheetsViewModel fresh(at(folder));
+            SheetsViewModel fresh(main.get_executor(), at(folder));
             fresh.loadDocuments();
+            main.restart();
+            main.run();
             benchmark::DoNotOptimize(fresh.documentItems().size());
         }
     }

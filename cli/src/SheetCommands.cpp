@@ -1,3 +1,4 @@
+// The `sheet` commands: saving page images as a sheet, listing, showing and deleting sheets.
 #include "SheetCommands.h"
 
 #include "CommandSupport.h"
@@ -8,6 +9,7 @@
 #include <fq/documents/DurableFile.h>
 #include <fq/scanner/SheetsViewModel.h>
 
+#include <asio/io_context.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -20,39 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 using namespace scanner;
-
-std::string extensionSuffix() {
-    return "." + std::string(scanner::config::sheetExtension);
-}
-
-/// Titles come from files, which may hold any bytes: never let one stop the output.
-std::string dumped(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-std::string noSuchFile(const std::string& name) {
-    return fmt::format("The file “{}” couldn’t be opened because there is no such file.", name);
-}
-
-/// A sheet named as a path, or by its file name in the documents folder (the extension
-/// may be left out). Only sheet files are taken, so a slip of the hand deletes no song.
-fs::path resolveSheet(const std::string& text) {
-    std::error_code error;
-    const auto isSheet = [&](const fs::path& file) {
-        return file.extension() == extensionSuffix() && fs::is_regular_file(file, error);
-    };
-    if (text.empty()) throw CommandError(noSuchFile(text));
-    if (fs::is_regular_file(text, error)) {
-        if (!isSheet(text))
-            throw CommandError(
-                fmt::format("Not a sheet file (.{}): {}", scanner::config::sheetExtension, text));
-        return fs::absolute(text, error);
-    }
-    if (const auto folder = documents::defaultDocumentsDirectory())
-        for (const auto& candidate : {*folder / text, *folder / (text + extensionSuffix())})
-            if (isSheet(candidate)) return candidate;
-    throw CommandError(noSuchFile(text));
-}
 
 std::string chordName(const core::Chord& chord) {
     const auto& catalogue = core::ChordDataManager::shared();
@@ -72,8 +41,10 @@ Json rowJson(const fs::path& file, const std::string& title) {
 
 /// The listing, through the list screen's model: bad files are told and left out.
 std::vector<SongsheetDocumentItem> listSheets() {
-    SheetsViewModel model;
+    asio::io_context main;
+    SheetsViewModel model(main.get_executor());
     model.loadDocuments();
+    main.run();
     return model.documentItems();
 }
 
@@ -89,8 +60,9 @@ void printList(std::ostream& out, const std::vector<SongsheetDocumentItem>& shee
         out << "No sheets yet. Save one with: fretquill sheet save --title \"My Song\" page1.png\n";
     for (const auto& item : sheets) {
         const auto modified = isoDate(documents::folderEntry(item.url).modificationDate);
-        out << fmt::format("{:<32} {:>2} {:<5} {:<32} {}\n", item.title, item.pages.size(),
-                           item.pages.size() == 1 ? "page" : "pages", item.url.filename().string(),
+        out << fmt::format("{:<32} {:>2} {:<5} {:<32} {}\n", printable(item.title),
+                           item.pages.size(), item.pages.size() == 1 ? "page" : "pages",
+                           printable(item.url.filename().string()),
                            modified.is_null() ? std::string() : modified.get<std::string>());
     }
 }
@@ -111,7 +83,7 @@ void printSheet(std::ostream& out, const fs::path& file, const FrtSheetDocument&
             << "\n";
         return;
     }
-    out << fmt::format("{}\n  {}\n", sheet.title, file.string());
+    out << fmt::format("{}\n  {}\n", printable(sheet.title), printable(file.string()));
     if (sheet.pages.empty()) out << "  No pages.\n";
     for (std::size_t index = 0; index < sheet.pages.size(); ++index) {
         const auto& page = sheet.pages[index];
@@ -179,8 +151,9 @@ void addSheetCommands(CLI::App& app, CommandContext& context) {
             if (saving->json)
                 context.out << dumped(rowJson(*saved, saving->title)) << "\n";
             else
-                context.out << fmt::format("Saved “{}” ({} {}): {}\n", saving->title, pages.size(),
-                                           pages.size() == 1 ? "page" : "pages", saved->string());
+                context.out << fmt::format("Saved “{}” ({} {}): {}\n", printable(saving->title),
+                                           pages.size(), pages.size() == 1 ? "page" : "pages",
+                                           printable(saved->string()));
             return 0;
         };
     });
@@ -200,7 +173,7 @@ void addSheetCommands(CLI::App& app, CommandContext& context) {
         ->expected(1);
     show->callback([&context, showing] {
         *context.action = [&context, showing] {
-            const auto file = resolveSheet(showing->files.front());
+            const auto file = valueOrThrow(findSheet(showing->files.front()));
             printSheet(context.out, file, valueOrThrow(FrtSheetDocument::read(file)),
                        showing->json);
             return 0;
@@ -218,7 +191,7 @@ void addSheetCommands(CLI::App& app, CommandContext& context) {
             // every name must be found before anything is removed
             std::vector<fs::path> files;
             for (const auto& name : removing->files)
-                if (auto file = resolveSheet(name);
+                if (auto file = valueOrThrow(findSheet(name));
                     std::find(files.begin(), files.end(), file) == files.end())
                     files.push_back(std::move(file));
             int status = 0;
@@ -228,7 +201,7 @@ void addSheetCommands(CLI::App& app, CommandContext& context) {
                                            removed.error().message));
                     status = 1;
                 } else if (!removing->json) {
-                    context.out << fmt::format("Deleted {}\n", file.string());
+                    context.out << fmt::format("Deleted {}\n", printable(file.string()));
                 }
             }
             if (removing->json) printList(context.out, listSheets(), true);

@@ -1,3 +1,4 @@
+// The `sheet` commands from outside: saving, listing, showing, deleting and refusals.
 #include "CliRun.h"
 
 #include <fq/scanner/SheetDocument.h>
@@ -146,6 +147,14 @@ TEST_F(SheetCommandsTest, ABadSheetIsToldButTheListingGoesOn) {
     EXPECT_EQ(shown.status, 1);
     EXPECT_EQ(std::count(shown.err.begin(), shown.err.end(), '\n'), 1) << shown.err;
     EXPECT_EQ(bytesOf(documents_ / "Torn.frtqulsheet"), good.substr(0, good.size() / 2));
+
+    // a title that holds terminal escapes is shown, not obeyed
+    const auto png = image("page1.png");
+    const auto saved = run({"sheet", "save", "--title", "Bell\x07 \x1b]0;owned\x07", png.c_str()});
+    const auto text = saved.out + run({"sheet", "list"}).out;
+    EXPECT_EQ(text.find_first_of("\x07\x1b"), std::string::npos) << text;
+    // three escapes in the title and three in the file name, on each of the two lines
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\\'), 12) << text;
 }
 
 } // namespace

@@ -1,8 +1,11 @@
+// The `song` commands from outside: editing, files, refusals, and processes at once.
 #include "CliRun.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -17,6 +20,36 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
+
+/// Starts the real program once for each list of arguments, all at once, and gives how
+/// each exited.
+std::vector<int> together(const std::vector<std::vector<std::string>>& runs) {
+    std::vector<std::vector<char*>> argvs;
+    for (const auto& arguments : runs) {
+        argvs.push_back({const_cast<char*>(FQ_FRETQUILL)});
+        for (const auto& argument : arguments)
+            argvs.back().push_back(const_cast<char*>(argument.c_str()));
+        argvs.back().push_back(nullptr);
+    }
+    std::vector<pid_t> children;
+    for (auto& argv : argvs)
+        if (const pid_t child = ::fork(); child == 0) {
+            const int quiet = ::open("/dev/null", O_WRONLY);
+            ::dup2(quiet, STDOUT_FILENO);
+            ::dup2(quiet, STDERR_FILENO);
+            ::execv(FQ_FRETQUILL, argv.data());
+            ::_exit(127);
+        } else {
+            children.push_back(child);
+        }
+    std::vector<int> statuses;
+    for (const auto child : children) {
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        statuses.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+    }
+    return statuses;
+}
 
 class SongCommandsTest : public ::testing::Test {
 protected:
@@ -169,6 +202,48 @@ TEST_F(SongCommandsTest, BadRequestsChangeNothing) {
     EXPECT_EQ(bytesOf(documents_ / "Tune.frtqul"), before);
     EXPECT_EQ(files(), (std::vector<std::string>{"Broken.frtqul", "Other.frtqul", "Tune.frtqul",
                                                  "notes.txt"}));
+}
+
+// Many processes at once on one song, or importing one file, lose nothing.
+TEST_F(SongCommandsTest, ProcessesAtOnceLoseNoEdit) {
+    json({"song", "new", "Jam"});
+    std::vector<std::vector<std::string>> edits;
+    for (int edit = 0; edit < 20; ++edit)
+        edits.push_back({"song", "chord", "add", "Jam", "1", "--root", "C", "--variant",
+                         std::to_string(edit % 3)});
+    EXPECT_EQ(together(edits), std::vector<int>(20, 0));
+    EXPECT_EQ(json({"song", "show", "Jam"})["sections"][0]["chords"].size(), 20u);
+
+    const auto source = (documents_.parent_path() / "Jam.frtqul").string();
+    fs::copy_file(documents_ / "Jam.frtqul", source, fs::copy_options::overwrite_existing);
+    EXPECT_EQ(together(std::vector(10, std::vector<std::string>{"song", "import", source})),
+              std::vector<int>(10, 0));
+    EXPECT_EQ(files().size(), 11u);
+    for (const auto& name : files())
+        EXPECT_EQ(bytesOf(documents_ / name), bytesOf(source)) << name;
+}
+
+// A file that is no song is refused with one line, and nothing is copied in; titles that
+// hold terminal escapes are shown, not obeyed.
+TEST_F(SongCommandsTest, ImportsAreCheckedAndStoredTitlesPrintedSafely) {
+    json({"song", "new", "Whole"});
+    const auto whole = bytesOf(documents_ / "Whole.frtqul");
+    const auto source = documents_.parent_path() / "Odd.frtqul";
+    for (const std::string& content : {std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16),
+                                       std::string(), whole.substr(0, whole.size() - 9)}) {
+        std::ofstream(source, std::ios::binary) << content;
+        const auto result = program({"song", "import", source.string()});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err, "Failed to import file: The file “Odd.frtqul” couldn’t be opened "
+                              "because it isn’t in the correct format.\n");
+    }
+    EXPECT_EQ(files(), std::vector<std::string>{"Whole.frtqul"});
+    EXPECT_TRUE(run({"song", "list"}).err.empty()) << "every listed file still reads";
+
+    json({"song", "new", "Red \x1b[31mAlert\x07"});
+    const auto listed = run({"song", "list"}).out + run({"song", "show", "Red  [31mAlert"}).out;
+    EXPECT_EQ(listed.find('\x1b'), std::string::npos) << listed;
+    EXPECT_NE(listed.find("Red \\x1B[31mAlert\\x07"), std::string::npos) << listed;
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+// Writes that a crash cannot tear, and whole-file reads with a size limit.
 #include "fq/documents/DurableFile.h"
 
 #include <fcntl.h>
@@ -16,9 +17,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
+ErrorKind kindOf(int code) {
+    switch (code) {
+    case ENOENT:
+    case ENOTDIR:
+        return ErrorKind::notFound;
+    case EEXIST:
+        return ErrorKind::exists;
+    default:
+        return ErrorKind::io;
+    }
+}
+
 Error systemError(std::string_view what, const fs::path& path, int code) {
     return Error{std::string(what) + " \"" + path.filename().string() +
-                 "\": " + std::strerror(code)};
+                     "\": " + std::strerror(code),
+                 kindOf(code)};
 }
 
 /// Closes a descriptor once.
@@ -121,9 +135,11 @@ tl::expected<std::string, Error> readWholeFile(const fs::path& path, std::size_t
         return tl::unexpected(systemError("Couldn’t read", path, errno));
     if (!S_ISREG(status.st_mode))
         return tl::unexpected(
-            Error{"The file \"" + path.filename().string() + "\" isn’t a regular file."});
+            Error{"The file \"" + path.filename().string() + "\" isn’t a regular file.",
+                  ErrorKind::corrupt});
     if (static_cast<std::uint64_t>(status.st_size) > maximumBytes)
-        return tl::unexpected(Error{"The file \"" + path.filename().string() + "\" is too large."});
+        return tl::unexpected(Error{"The file \"" + path.filename().string() + "\" is too large.",
+                                    ErrorKind::refused});
     std::string bytes;
     bytes.reserve(static_cast<std::size_t>(status.st_size));
     char buffer[65536];
@@ -137,8 +153,8 @@ tl::expected<std::string, Error> readWholeFile(const fs::path& path, std::size_t
         bytes.append(buffer, static_cast<std::size_t>(got));
         // a file that grows while it is read is held to the same limit
         if (bytes.size() > maximumBytes)
-            return tl::unexpected(
-                Error{"The file \"" + path.filename().string() + "\" is too large."});
+            return tl::unexpected(Error{
+                "The file \"" + path.filename().string() + "\" is too large.", ErrorKind::refused});
     }
     return bytes;
 }

@@ -1,3 +1,4 @@
+// Data locations: where each folder lies for each environment, and that looking creates nothing.
 #include "fq/documents/DataLocations.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The sheet file form, reading and writing sheets, and finding a named sheet.
 #include "fq/scanner/SheetDocument.h"
 
 #include <fq/documents/DurableFile.h>
@@ -157,12 +158,35 @@ tl::expected<std::string, Error> encodeSheet(const FrtSheetDocumentData& data) {
 }
 
 tl::expected<FrtSheetDocumentData, Error> decodeSheet(std::string_view bytes) {
-    return documents::decodePropertyList(bytes).and_then(
-        [](const Json& json) { return sheetDataFromJson(json); });
+    return documents::decodePropertyList(bytes)
+        .and_then([](const Json& json) { return sheetDataFromJson(json); })
+        .map_error([](Error error) {
+            error.kind = ErrorKind::corrupt;
+            return error;
+        });
 }
 
 Error fileWriteUnknownError() {
-    return Error{"The file couldn’t be saved: a page image could not be encoded as PNG."};
+    return Error{"The file couldn’t be saved: a page image could not be encoded as PNG.",
+                 ErrorKind::refused};
+}
+
+tl::expected<fs::path, Error> findSheet(std::string_view text,
+                                        const documents::DocumentsDirectory& documents) {
+    const auto noSuchFile = [&] {
+        return tl::unexpected(Error{
+            fmt::format("The file “{}” couldn’t be opened because there is no such file.", text),
+            ErrorKind::notFound});
+    };
+    // without a documents folder only a path can name a sheet
+    const auto found = documents::findDocument(text, config::sheetExtension, documents,
+                                               documents::FolderMatch::onlyOfThisType);
+    if (!found || !*found) return noSuchFile();
+    if (!documents::hasExtension(**found, config::sheetExtension))
+        return tl::unexpected(
+            Error{fmt::format("Not a sheet file (.{}): {}", config::sheetExtension, text),
+                  ErrorKind::refused});
+    return **found;
 }
 
 tl::expected<FrtSheetDocumentData, Error>
@@ -181,9 +205,10 @@ tl::expected<FrtSheetDocument, Error> FrtSheetDocument::read(const fs::path& fil
     std::error_code error;
     if (!fs::is_regular_file(file, error)) {
         if (!fs::exists(file, error))
-            return failure(
-                fmt::format("The file “{}” couldn’t be opened because there is no such file.",
-                            file.filename().string()));
+            return tl::unexpected(
+                Error{fmt::format("The file “{}” couldn’t be opened because there is no such file.",
+                                  file.filename().string()),
+                      ErrorKind::notFound});
         return tl::unexpected(documents::corruptFileError(file));
     }
     auto bytes = documents::readWholeFile(file);

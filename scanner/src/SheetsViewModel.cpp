@@ -1,8 +1,10 @@
+// The sheet list: reading each sheet file once, and deleting rows with their files.
 #include "fq/scanner/SheetsViewModel.h"
 
 #include <fq/core/Diagnostics.h>
 #include <fq/documents/DurableFile.h>
 
+#include <asio/post.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -36,9 +38,8 @@ tl::expected<SongsheetDocumentItem, Error> readItem(const fs::path& file) {
 
 } // namespace
 
-SheetsViewModel::SheetsViewModel(documents::DocumentsDirectory documents,
-                                 documents::MainContext mainContext)
-    : documents_(std::move(documents)), mainContext_(std::move(mainContext)) {}
+SheetsViewModel::SheetsViewModel(Executor mainExecutor, documents::DocumentsDirectory documents)
+    : mainExecutor_(std::move(mainExecutor)), documents_(std::move(documents)) {}
 
 void SheetsViewModel::loadDocuments() {
     // a copy: the walk may run while the main context changes its own
@@ -66,7 +67,7 @@ void SheetsViewModel::loadDocuments() {
     } else {
         diagnostic("Error reading documents: " + entries.error().message);
     }
-    mainContext_([this, items = std::move(items), kept = std::move(kept)]() mutable {
+    asio::post(mainExecutor_, [this, items = std::move(items), kept = std::move(kept)]() mutable {
         documentItems_ = std::move(items);
         metadataCache_ = std::move(kept);
     });

@@ -1,23 +1,15 @@
+// The folder of sheet files: saving under safe free names, listing once, deleting rows.
 #include "SheetTestSupport.h"
 
 #include <fq/core/CapturedDiagnostics.h>
 #include <fq/documents/DurableFile.h>
 #include <fq/scanner/SheetsViewModel.h>
-#include <fq/test/Python.h>
 #include <fq/test/TemporaryFolder.h>
 
+#include <asio/io_context.hpp>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
-#include <chrono>
-#include <deque>
-#include <random>
 #include <set>
-#include <thread>
-
-extern char** environ;
 
 namespace fq::scanner {
 namespace {
@@ -29,22 +21,23 @@ using test::TemporaryFolder;
 using test::writeBytes;
 namespace fs = std::filesystem;
 
-/// A documents folder with a hand-driven main context.
+/// A documents folder with a main executor the test runs by hand.
 class SheetFilesTest : public ::testing::Test {
 protected:
     fs::path documents() const { return folder_.path(); }
     documents::DocumentsDirectory location() const {
         return [folder = folder_.path()]() -> tl::expected<fs::path, Error> { return folder; };
     }
-    documents::MainContext queue() {
-        return [this](std::function<void()> task) { tasks_.push_back(std::move(task)); };
+    /// A model over the folder that lists it once.
+    std::unique_ptr<SheetsViewModel> listed() {
+        auto model = std::make_unique<SheetsViewModel>(main_.get_executor(), location());
+        load(*model);
+        return model;
     }
-    void runMain() {
-        while (!tasks_.empty()) {
-            auto task = std::move(tasks_.front());
-            tasks_.pop_front();
-            task();
-        }
+    void load(SheetsViewModel& model) {
+        model.loadDocuments();
+        main_.restart();
+        main_.run();
     }
     fs::path sheet(const std::string& fileName, const std::string& title) {
         const auto file = documents() / fileName;
@@ -69,7 +62,7 @@ protected:
     }
 
     TemporaryFolder folder_;
-    std::deque<std::function<void()>> tasks_;
+    asio::io_context main_;
 };
 
 TEST_F(SheetFilesTest, SavedSheetsGetSafeNumberedNamesAndNeverReplaceAFile) {
@@ -123,11 +116,11 @@ TEST_F(SheetFilesTest, ListingSkipsBadFilesAndLeavesThemAlone) {
     writeBytes(documents() / "partly.frtqulsheet", *encodeSheet(partly));
     const auto tornBytes = readBytes(documents() / "torn.frtqulsheet");
 
-    SheetsViewModel model(location(), queue());
+    SheetsViewModel model(main_.get_executor(), location());
     DiagnosticCapture capture;
     model.loadDocuments();
-    EXPECT_TRUE(model.documentItems().empty()) << "published on the main context only";
-    runMain();
+    EXPECT_TRUE(model.documentItems().empty()) << "published on the main executor only";
+    main_.run();
     EXPECT_EQ(titles(model), (std::vector<std::string>{"First", "Second", "Partly readable"}));
     ASSERT_EQ(model.documentItems()[2].pages.size(), 1u);
     EXPECT_EQ(model.documentItems()[2].pages[0].id, partly.pages[1].id);
@@ -148,87 +141,45 @@ TEST_F(SheetFilesTest, ListingSkipsBadFilesAndLeavesThemAlone) {
                                              "torn.frtqulsheet"}));
     EXPECT_EQ(readBytes(documents() / "torn.frtqulsheet"), tornBytes);
 
-    SheetsViewModel nowhere(
-        [] { return tl::expected<fs::path, Error>(tl::unexpect, Error{"no folder"}); });
+    SheetsViewModel nowhere(main_.get_executor(), [] {
+        return tl::expected<fs::path, Error>(tl::unexpect, Error{"no folder"});
+    });
     DiagnosticCapture second;
-    nowhere.loadDocuments();
+    load(nowhere);
     EXPECT_TRUE(nowhere.documentItems().empty());
     EXPECT_EQ(second.lines(), std::vector<std::string>{"Error reading documents: no folder"});
 }
 
-TEST_F(SheetFilesTest, AListedSheetIsNotReadAgain) {
+// A file once listed is not read again, since its images make it large; a file that went
+// leaves the cache, and deleting a row goes on when its file is already gone.
+TEST_F(SheetFilesTest, AListedSheetIsNotReadAgainAndRowsGoWithTheirFiles) {
     const auto file = sheet("Cached.frtqulsheet", "Before");
-    SheetsViewModel model(location(), queue());
-    model.loadDocuments();
-    runMain();
-    const auto id = model.documentItems().at(0).id;
-
+    sheet("Other.frtqulsheet", "Other");
+    const auto model = listed();
+    const auto id = model->documentItems().at(0).id;
     writeBytes(file, *encodeSheet(testing::sampleSheet("After")));
-    sheet("New.frtqulsheet", "New");
-    model.loadDocuments();
-    runMain();
-    EXPECT_EQ(titles(model), (std::vector<std::string>{"Before", "New"}))
-        << "the cached item stands";
-    EXPECT_EQ(model.documentItems()[0].id, id);
-    EXPECT_EQ(model.metadataCache().size(), 2u);
+    load(*model);
+    EXPECT_EQ(titles(*model), (std::vector<std::string>{"Before", "Other"}));
+    EXPECT_EQ(model->documentItems()[0].id, id);
 
-    // a file that went leaves the cache, so a new file under its name is read afresh
     fs::remove(file);
-    model.loadDocuments();
-    runMain();
-    EXPECT_EQ(titles(model), std::vector<std::string>{"New"});
-    EXPECT_EQ(model.metadataCache().count(file), 0u);
+    load(*model);
+    EXPECT_EQ(model->metadataCache().count(file), 0u);
     sheet("Cached.frtqulsheet", "Again");
-    model.loadDocuments();
-    runMain();
-    EXPECT_EQ(titles(model), (std::vector<std::string>{"Again", "New"}));
-}
+    load(*model);
+    EXPECT_EQ(titles(*model), (std::vector<std::string>{"Again", "Other"}));
 
-TEST_F(SheetFilesTest, DeletingRemovesRowsEvenWhenAFileIsAlreadyGone) {
-    sheet("a.frtqulsheet", "A");
-    sheet("b.frtqulsheet", "B");
-    sheet("c.frtqulsheet", "C");
-    SheetsViewModel model(location(), queue());
-    model.loadDocuments();
-    runMain();
-    fs::remove(documents() / "c.frtqulsheet");
+    fs::remove(file);
     DiagnosticCapture capture;
-    const std::vector<std::size_t> offsets{2, 0, 0, 9};
-    model.deleteDocuments(offsets);
-    EXPECT_EQ(titles(model), std::vector<std::string>{"B"});
-    EXPECT_EQ(files(), std::vector<std::string>{"b.frtqulsheet"});
-    const auto lines = capture.lines();
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].rfind("Failed to delete c.frtqulsheet: ", 0), 0u) << lines[0];
-    EXPECT_EQ(model.metadataCache().count(documents() / "a.frtqulsheet"), 0u);
-}
-
-// A writer killed at any moment leaves the old sheet or the new one, whole.
-TEST_F(SheetFilesTest, AKilledWriterLeavesAWholeSheet) {
-    const auto file = documents() / "Sheet.frtqulsheet";
-    sheet("Sheet.frtqulsheet", "First");
-    std::mt19937 random(11);
-    std::uniform_int_distribution<int> delay(0, 100000);
-    std::set<std::string> titles;
-    for (int round = 0; round < 40; ++round) {
-        pid_t child = 0;
-        const char* arguments[] = {FQ_SHEET_WRITER, file.c_str(), nullptr};
-        ASSERT_EQ(::posix_spawn(&child, FQ_SHEET_WRITER, nullptr, nullptr,
-                                const_cast<char**>(arguments), environ),
-                  0);
-        std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
-        ::kill(child, SIGKILL);
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        const auto read = FrtSheetDocument::read(file);
-        ASSERT_TRUE(read) << "round " << round << ": " << read.error().message;
-        titles.insert(read->title);
-    }
-    EXPECT_GE(titles.size(), 2u) << "the writer was caught at different points";
-    std::size_t hidden = 0;
-    for (const auto& entry : fs::directory_iterator(documents()))
-        if (entry.path().filename().string().front() == '.') ++hidden;
-    EXPECT_LE(hidden, 40u) << "at most one temporary file per killed write";
+    const std::vector<std::size_t> offsets{0, 0, 9};
+    model->deleteDocuments(offsets);
+    EXPECT_EQ(titles(*model), std::vector<std::string>{"Other"});
+    ASSERT_EQ(capture.lines().size(), 1u);
+    EXPECT_EQ(capture.lines()[0].rfind("Failed to delete Cached.frtqulsheet: ", 0), 0u);
+    const std::vector<std::size_t> last{0};
+    model->deleteDocuments(last);
+    EXPECT_TRUE(files().empty());
+    EXPECT_EQ(model->metadataCache().count(documents() / "Other.frtqulsheet"), 0u);
 }
 
 } // namespace

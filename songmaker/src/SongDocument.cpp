@@ -1,3 +1,4 @@
+// The song file form: records, their dictionaries, and reading and writing a song.
 #include "fq/songmaker/SongDocument.h"
 
 #include "fq/documents/PropertyList.h"
@@ -152,8 +153,12 @@ tl::expected<std::string, Error> encodeSong(const FrtQulDocumentData& data) {
 }
 
 tl::expected<FrtQulDocumentData, Error> decodeSong(std::string_view bytes) {
-    return decodePropertyList(bytes).and_then(
-        [](const Json& json) { return documentDataFromJson(json); });
+    return decodePropertyList(bytes)
+        .and_then([](const Json& json) { return documentDataFromJson(json); })
+        .map_error([](Error error) {
+            error.kind = ErrorKind::corrupt;
+            return error;
+        });
 }
 
 FrtQulDocument::FrtQulDocument(FrtQulDocumentData data)
@@ -170,7 +175,8 @@ tl::expected<FrtQulDocument, Error> FrtQulDocument::read(const std::filesystem::
         if (!std::filesystem::exists(file, error))
             return tl::unexpected(
                 Error{fmt::format("The file “{}” couldn’t be opened because there is no such file.",
-                                  file.filename().string())});
+                                  file.filename().string()),
+                      ErrorKind::notFound});
         return tl::unexpected(documents::corruptFileError(file));
     }
     return documents::readWholeFile(file, config::maximumSongFileBytes)

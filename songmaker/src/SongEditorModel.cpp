@@ -1,7 +1,9 @@
+// The song editor: sections, chords, the key, the patterns, and saving.
 #include "fq/songmaker/SongEditorModel.h"
 
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/Diagnostics.h>
+#include <fq/core/Text.h>
 #include <fq/documents/DurableFile.h>
 #include <fq/personal/PreferenceKeys.h>
 
@@ -68,8 +70,8 @@ SongEditorModel::SongEditorModel(std::optional<fs::path> url, Services services)
         if (auto loaded = FrtQulDocument::read(*url)) {
             document = std::move(*loaded);
         } else {
-            diagnostic("Error loading document: " + loaded.error().message);
-            loadFailed_ = true;
+            loadError_ = loaded.error();
+            loadError_->message = "Error loading document: " + loadError_->message;
         }
         sections_ = std::move(document.sections);
         trackTitle = document.title;
@@ -278,40 +280,80 @@ void SongEditorModel::refreshSequencer() {
     if (sequencer.tempo() != bpm_) sequencer.setTempo(bpm_);
 }
 
-bool SongEditorModel::save() {
-    if (documentURL_) return write(*documentURL_, documents::ExistingFile::replace);
-    const auto folder = services_.documents();
-    if (!folder) {
-        diagnostic("Error saving document: The file couldn’t be saved because no such file or "
-                   "folder exists.");
-        return false;
-    }
-    return write(*folder / (trackTitle + "." + std::string(config::songExtension)),
-                 documents::ExistingFile::replace);
+tl::expected<FrtQulDocumentData, Error> SongEditorModel::edit(const fs::path& file,
+                                                              Services services, const Step& step) {
+    const auto lock = documents::FolderLock::acquire(documents::folderOf(file));
+    if (!lock) return tl::unexpected(lock.error());
+    SongEditorModel editor(file, std::move(services));
+    if (editor.loadError_) return tl::unexpected(*editor.loadError_);
+    if (auto stepped = step(editor); !stepped) return tl::unexpected(stepped.error());
+    if (auto saved = editor.writeLocked(file, documents::ExistingFile::replace); !saved)
+        return tl::unexpected(saved.error());
+    return editor.data();
 }
 
-bool SongEditorModel::saveAs(const fs::path& target) {
+tl::expected<fs::path, Error> SongEditorModel::create(std::string_view name, Services services) {
+    const std::string title(core::text::trimmed(name));
+    if (title.empty()) return tl::unexpected(SongMakerDocumentStoreError::emptyDocumentName());
+    const auto folder = services.documents();
+    if (!folder)
+        return tl::unexpected(SongMakerDocumentStoreError::documentsDirectoryUnavailable());
+    const auto target = *folder / songFileName(safeSongFileName(title));
+    SongEditorModel editor(std::nullopt, std::move(services));
+    editor.trackTitle = title;
+    auto saved = editor.saveAs(target);
+    if (!saved && saved.error().kind == ErrorKind::exists)
+        return tl::unexpected(SongMakerDocumentStoreError::fileAlreadyExists(title));
+    if (!saved) return tl::unexpected(saved.error());
+    return target;
+}
+
+FrtQulDocumentData SongEditorModel::data() const {
+    return {trackTitle, sections_, currentKeySignature_, services_.sequencer->tempo(),
+            currentSequence_};
+}
+
+tl::expected<void, Error> SongEditorModel::save() {
+    if (documentURL_) return write(*documentURL_, documents::ExistingFile::replace);
+    const auto folder = services_.documents();
+    if (!folder)
+        return tl::unexpected(Error{"Error saving document: The file couldn’t be saved because "
+                                    "no such file or folder exists.",
+                                    ErrorKind::notFound});
+    return write(*folder / songFileName(trackTitle), documents::ExistingFile::replace);
+}
+
+tl::expected<void, Error> SongEditorModel::saveAs(const fs::path& target) {
     if (documentURL_) return save();
     return write(target, documents::ExistingFile::refuse);
 }
 
-bool SongEditorModel::write(const fs::path& target, documents::ExistingFile existing) {
-    const FrtQulDocumentData data{trackTitle, sections_, currentKeySignature_,
-                                  services_.sequencer->tempo(), currentSequence_};
-    const auto fail = [](const std::string& message) {
-        diagnostic("Error saving document: " + message);
-        return false;
+tl::expected<void, Error> SongEditorModel::write(const fs::path& target,
+                                                 documents::ExistingFile existing) {
+    // waits for an edit of another process to finish; the last whole write wins
+    const auto lock = documents::FolderLock::acquire(documents::folderOf(target));
+    if (!lock) {
+        auto error = lock.error();
+        error.message = "Error saving document: " + error.message;
+        return tl::unexpected(std::move(error));
+    }
+    return writeLocked(target, existing);
+}
+
+tl::expected<void, Error> SongEditorModel::writeLocked(const fs::path& target,
+                                                       documents::ExistingFile existing) {
+    const auto fail = [](Error error) {
+        error.message = "Error saving document: " + error.message;
+        return tl::unexpected(std::move(error));
     };
-    const auto bytes = FrtQulDocument(data).fileWrapper();
-    if (!bytes) return fail(bytes.error().message);
-    if (const auto written = documents::writeFileDurably(target, *bytes, existing); !written)
-        return fail(written.error().message);
+    const auto bytes = FrtQulDocument(data()).fileWrapper();
+    if (!bytes) return fail(bytes.error());
+    if (auto written = documents::writeFileDurably(target, *bytes, existing); !written)
+        return fail(written.error());
     documentURL_ = target;
     isNew_ = false;
-    services_.mainContext([observer = services_.observer] {
-        if (observer) observer->documentsChanged();
-    });
-    return true;
+    documents::notifyDocumentsChanged(services_.observer, services_.mainExecutor);
+    return {};
 }
 
 } // namespace fq::songmaker

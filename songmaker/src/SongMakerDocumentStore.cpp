@@ -1,3 +1,4 @@
+// The assistant's song files: listing, renaming, deleting, and finding a named song.
 #include "fq/songmaker/SongMakerDocumentStore.h"
 
 #include "fq/songmaker/SongDocument.h"
@@ -14,12 +15,6 @@
 #include <memory>
 
 namespace fq::songmaker {
-
-using documents::DocumentsChangeObserver;
-using documents::DocumentsDirectory;
-using documents::filesWithExtension;
-using documents::folderEntry;
-using documents::MainContext;
 namespace {
 
 namespace fs = std::filesystem;
@@ -31,16 +26,43 @@ bool isSeparator(unsigned char c) {
 } // namespace
 
 Error SongMakerDocumentStoreError::fileAlreadyExists(std::string_view name) {
-    return Error{fmt::format("A Song Maker file named \"{}\" already exists.", name)};
+    return Error{fmt::format("A Song Maker file named \"{}\" already exists.", name),
+                 ErrorKind::exists};
 }
 Error SongMakerDocumentStoreError::documentsDirectoryUnavailable() {
-    return Error{"Couldn’t find the documents folder."};
+    return Error{"Couldn’t find the documents folder.", ErrorKind::notFound};
 }
 Error SongMakerDocumentStoreError::fileNotFound() {
-    return Error{"Couldn’t find the Song Maker file."};
+    return Error{"Couldn’t find the Song Maker file.", ErrorKind::notFound};
 }
 Error SongMakerDocumentStoreError::emptyDocumentName() {
-    return Error{"Enter a file name."};
+    return Error{"Enter a file name.", ErrorKind::refused};
+}
+
+std::string songFileName(std::string_view stem) {
+    return fmt::format("{}.{}", stem, config::songExtension);
+}
+
+SongMakerDocumentMetadata songMetadata(const fs::path& file) {
+    const auto entry = documents::folderEntry(file);
+    auto document = FrtQulDocument::read(file);
+    return {file, document ? std::move(document->title) : file.stem().string(), entry.creationDate,
+            entry.modificationDate};
+}
+
+tl::expected<fs::path, Error> findSong(std::string_view text, const DocumentsDirectory& documents) {
+    const auto found = documents::findDocument(text, config::songExtension, documents);
+    if (!found) return tl::unexpected(SongMakerDocumentStoreError::documentsDirectoryUnavailable());
+    if (!*found) return tl::unexpected(SongMakerDocumentStoreError::fileNotFound());
+    return **found;
+}
+
+tl::expected<fs::path, Error> requireSongFile(const fs::path& file) {
+    if (!documents::hasExtension(file, config::songExtension))
+        return tl::unexpected(Error{fmt::format("Not a song file (they end in .{}): {}",
+                                                config::songExtension, file.string()),
+                                    ErrorKind::refused});
+    return file;
 }
 
 std::string safeSongFileName(std::string_view name) {
@@ -76,15 +98,15 @@ bool localizedStandardLess(std::string_view left, std::string_view right) {
     return order == UCOL_LESS;
 }
 
-SongMakerDocumentStore::SongMakerDocumentStore(DocumentsDirectory documents,
-                                               DocumentsChangeObserver* observer,
-                                               MainContext mainContext)
-    : documents_(std::move(documents)), observer_(observer), mainContext_(std::move(mainContext)) {}
+SongMakerDocumentStore::SongMakerDocumentStore(Executor mainExecutor, DocumentsDirectory documents,
+                                               DocumentsChangeObserver* observer)
+    : mainExecutor_(std::move(mainExecutor)), documents_(std::move(documents)),
+      observer_(observer) {}
 
 std::vector<SongMakerDocumentMetadata> SongMakerDocumentStore::listDocuments() const {
     const auto folder = documents_();
     if (!folder) return {};
-    const auto entries = filesWithExtension(*folder, config::songExtension);
+    const auto entries = documents::filesWithExtension(*folder, config::songExtension);
     if (!entries) {
         diagnostic("Error reading documents: " + entries.error().message);
         return {};
@@ -115,9 +137,11 @@ SongMakerDocumentStore::renameDocument(const fs::path& url, std::string_view nam
     const auto folder = documents_();
     if (!folder)
         return tl::unexpected(SongMakerDocumentStoreError::documentsDirectoryUnavailable());
-    const auto target =
-        *folder / (safeSongFileName(title) + "." + std::string(config::songExtension));
+    const auto target = *folder / songFileName(safeSongFileName(title));
     const bool moves = target.lexically_normal() != url.lexically_normal();
+    // one lock covers both folders: they are the same unless the song lies elsewhere
+    auto lock = documents::FolderLock::acquire(documents::folderOf(url));
+    if (!lock) return tl::unexpected(lock.error());
     if (moves && fs::exists(target, error))
         return tl::unexpected(SongMakerDocumentStoreError::fileAlreadyExists(title));
 
@@ -131,13 +155,13 @@ SongMakerDocumentStore::renameDocument(const fs::path& url, std::string_view nam
     if (moves) {
         if (auto moved = documents::moveFileDurably(url, target, documents::ExistingFile::refuse);
             !moved) {
-            if (fs::exists(target, error))
+            if (moved.error().kind == ErrorKind::exists)
                 return tl::unexpected(SongMakerDocumentStoreError::fileAlreadyExists(title));
             return tl::unexpected(moved.error());
         }
     }
-    notifyChanged();
-    const auto entry = folderEntry(moves ? target : url);
+    documents::notifyDocumentsChanged(observer_, mainExecutor_);
+    const auto entry = documents::folderEntry(moves ? target : url);
     return SongMakerDocumentMetadata{entry.url, title, entry.creationDate, entry.modificationDate};
 }
 
@@ -146,13 +170,8 @@ tl::expected<void, Error> SongMakerDocumentStore::deleteDocument(const fs::path&
     if (!fs::exists(fs::symlink_status(url, error)))
         return tl::unexpected(SongMakerDocumentStoreError::fileNotFound());
     if (auto removed = documents::removeFileDurably(url); !removed) return removed;
-    notifyChanged();
+    documents::notifyDocumentsChanged(observer_, mainExecutor_);
     return {};
-}
-
-void SongMakerDocumentStore::notifyChanged() {
-    if (!observer_) return;
-    mainContext_([observer = observer_] { observer->documentsChanged(); });
 }
 
 } // namespace fq::songmaker

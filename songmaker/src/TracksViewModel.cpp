@@ -1,3 +1,4 @@
+// The track list: listing, duplicating, renaming, deleting and importing song files.
 #include "fq/songmaker/TracksViewModel.h"
 
 #include "fq/songmaker/SongDocument.h"
@@ -5,28 +6,32 @@
 #include <fq/core/Diagnostics.h>
 #include <fq/documents/DurableFile.h>
 
+#include <asio/post.hpp>
 #include <fmt/format.h>
 #define PCRE2_CODE_UNIT_WIDTH 8
 #include <pcre2.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <climits>
 #include <memory>
 #include <set>
 
 namespace fq::songmaker {
-
-using documents::DocumentsChangeObserver;
-using documents::DocumentsDirectory;
-using documents::filesWithExtension;
-using documents::MainContext;
 namespace {
 
 namespace fs = std::filesystem;
 
 std::string fileName(const std::string& stem) {
-    return stem + "." + std::string(config::songExtension);
+    return songFileName(stem);
+}
+
+/// The error with the step's own words in front.
+tl::unexpected<Error> failure(std::string_view step, Error error) {
+    error.message = std::string(step) + error.message;
+    return tl::unexpected(std::move(error));
 }
 
 /// The JSON path of duplication and renaming: the song's fields as a JSON document.
@@ -36,7 +41,8 @@ tl::expected<FrtQulDocumentData, Error> readJsonSong(const fs::path& file) {
     const auto json = nlohmann::json::parse(*bytes, nullptr, false);
     if (json.is_discarded())
         return tl::unexpected(
-            Error{"The data couldn’t be read because it isn’t in the correct format."});
+            Error{"The data couldn’t be read because it isn’t in the correct format.",
+                  ErrorKind::corrupt});
     return documentDataFromJson(json);
 }
 
@@ -77,15 +83,16 @@ std::pair<std::string, long long> duplicateTitleStart(const std::string& title) 
     return {std::move(base), number + 1};
 }
 
-TracksViewModel::TracksViewModel(DocumentsDirectory documents, DocumentsChangeObserver* observer,
-                                 MainContext mainContext)
-    : documents_(std::move(documents)), observer_(observer), mainContext_(std::move(mainContext)) {}
+TracksViewModel::TracksViewModel(Executor mainExecutor, DocumentsDirectory documents,
+                                 DocumentsChangeObserver* observer)
+    : mainExecutor_(std::move(mainExecutor)), documents_(std::move(documents)),
+      observer_(observer) {}
 
 void TracksViewModel::loadDocuments() {
     std::vector<DocumentItem> items;
     std::map<fs::path, DocumentItem> cache;
     if (const auto folder = documents_()) {
-        if (const auto entries = filesWithExtension(*folder, config::songExtension)) {
+        if (const auto entries = documents::filesWithExtension(*folder, config::songExtension)) {
             for (const auto& entry : *entries) {
                 auto document = FrtQulDocument::read(entry.url);
                 if (!document) {
@@ -101,63 +108,55 @@ void TracksViewModel::loadDocuments() {
             diagnostic("Error reading documents: " + entries.error().message);
         }
     }
-    mainContext_([this, items = std::move(items), cache = std::move(cache)]() mutable {
+    asio::post(mainExecutor_, [this, items = std::move(items), cache = std::move(cache)]() mutable {
         documentItems_ = std::move(items);
         metadataCache_ = std::move(cache);
     });
 }
 
-std::optional<fs::path> TracksViewModel::duplicateDocument(const DocumentItem& item) {
+tl::expected<fs::path, Error> TracksViewModel::duplicateDocument(const DocumentItem& item) {
+    constexpr std::string_view step = "Duplication failed: ";
     const auto folder = documents_();
-    if (!folder) {
-        diagnostic("Duplication failed: " + folder.error().message);
-        return std::nullopt;
-    }
+    if (!folder) return failure(step, folder.error());
+    auto data = readJsonSong(item.url);
+    if (!data) return failure(step, data.error());
+
     auto [base, number] = duplicateTitleStart(item.title);
     std::string candidate = fmt::format("{} {}", base, number);
+    const auto lock = documents::FolderLock::acquire(*folder);
+    if (!lock) return failure(step, lock.error());
     std::error_code error;
-    while (fs::exists(*folder / fileName(candidate), error))
+    while (fs::exists(fs::symlink_status(*folder / fileName(candidate), error)))
         candidate = fmt::format("{} {}", base, ++number);
     const auto target = *folder / fileName(candidate);
-
-    auto data = readJsonSong(item.url);
-    if (!data) {
-        diagnostic("Duplication failed: " + data.error().message);
-        return std::nullopt;
-    }
     data->title = candidate;
     const auto written =
         documents::writeFileDurably(target, toJson(*data).dump(), documents::ExistingFile::refuse);
-    if (!written) {
-        diagnostic("Duplication failed: " + written.error().message);
-        return std::nullopt;
-    }
-    mainContext_([this, target, candidate] {
+    if (!written) return failure(step, written.error());
+    asio::post(mainExecutor_, [this, target, candidate] {
         metadataCache_[target] = DocumentItem{core::Uuid::random(), target, candidate};
         loadDocuments();
     });
     return target;
 }
 
-bool TracksViewModel::renameDocument(const DocumentItem& item, const std::string& title) {
+tl::expected<void, Error> TracksViewModel::renameDocument(const DocumentItem& item,
+                                                          const std::string& title) {
+    constexpr std::string_view step = "Rename failed: ";
+    const auto lock = documents::FolderLock::acquire(documents::folderOf(item.url));
+    if (!lock) return failure(step, lock.error());
     auto data = readJsonSong(item.url);
-    if (!data) {
-        diagnostic("Rename failed: " + data.error().message);
-        return false;
-    }
+    if (!data) return failure(step, data.error());
     data->title = title;
-    if (const auto written = documents::writeFileDurably(item.url, toJson(*data).dump());
-        !written) {
-        diagnostic("Rename failed: " + written.error().message);
-        return false;
-    }
-    mainContext_([this, url = item.url, title] {
+    if (auto written = documents::writeFileDurably(item.url, toJson(*data).dump()); !written)
+        return failure(step, written.error());
+    asio::post(mainExecutor_, [this, url = item.url, title] {
         const DocumentItem renamed{core::Uuid::random(), url, title};
         metadataCache_[url] = renamed;
         for (auto& row : documentItems_)
             if (row.url == url) row = renamed;
     });
-    return true;
+    return {};
 }
 
 void TracksViewModel::deleteDocuments(std::span<const std::size_t> offsets) {
@@ -176,35 +175,40 @@ void TracksViewModel::deleteDocuments(std::span<const std::size_t> offsets) {
     documentItems_ = std::move(kept);
 }
 
-std::optional<fs::path> TracksViewModel::importDocument(const fs::path& source) {
+tl::expected<fs::path, Error> TracksViewModel::importDocument(const fs::path& source) {
+    constexpr std::string_view step = "Failed to import file: ";
     // stands in for the picker's grant: a file we may not read is refused up front
-    if (::access(source.c_str(), R_OK) != 0) {
-        diagnostic("Failed to access security scoped resource.");
-        return std::nullopt;
-    }
+    if (::access(source.c_str(), R_OK) != 0)
+        return tl::unexpected(Error{"Failed to access security scoped resource.",
+                                    errno == ENOENT ? ErrorKind::notFound : ErrorKind::refused});
     const auto folder = documents_();
-    if (!folder) {
-        diagnostic("Failed to import file: " + folder.error().message);
-        return std::nullopt;
-    }
-    const auto stem = source.stem().string();
-    const auto extension = source.extension().string();
-    auto target = *folder / source.filename();
-    std::error_code error;
-    for (int counter = 1; fs::exists(target, error); ++counter)
-        target = *folder / fmt::format("{} {}{}", stem, counter, extension);
+    if (!folder) return failure(step, folder.error());
+    const auto bytes = documents::readWholeFile(source, config::maximumSongFileBytes);
+    if (!bytes) return failure(step, bytes.error());
+    // a file that is no song would only spoil every later listing
+    if (!decodeSong(*bytes)) return failure(step, documents::corruptFileError(source));
 
-    auto bytes = documents::readWholeFile(source, config::maximumSongFileBytes);
-    auto copied = bytes.and_then([&](const std::string& contents) {
-        return documents::writeFileDurably(target, contents, documents::ExistingFile::refuse);
-    });
-    if (!copied) {
-        diagnostic("Failed to import file: " + copied.error().message);
-        return std::nullopt;
+    const auto nameFor = [&](int counter) {
+        if (counter == 0) return *folder / source.filename();
+        return *folder /
+               fmt::format("{} {}{}", source.stem().string(), counter, source.extension().string());
+    };
+    fs::path target;
+    {
+        const auto lock = documents::FolderLock::acquire(*folder);
+        if (!lock) return failure(step, lock.error());
+        std::error_code error;
+        for (int counter = 0;; ++counter) {
+            target = nameFor(counter);
+            if (fs::exists(fs::symlink_status(target, error))) continue;
+            auto written =
+                documents::writeFileDurably(target, *bytes, documents::ExistingFile::refuse);
+            if (written) break;
+            // a writer that takes no lock took the name first: count on
+            if (written.error().kind != ErrorKind::exists) return failure(step, written.error());
+        }
     }
-    mainContext_([observer = observer_] {
-        if (observer) observer->documentsChanged();
-    });
+    documents::notifyDocumentsChanged(observer_, mainExecutor_);
     loadDocuments();
     return target;
 }

@@ -1,3 +1,4 @@
+// The song editor: its steps, what it hands the sequencer, and saving to a file.
 #include "SongTestSupport.h"
 
 #include <fq/personal/PreferenceKeys.h>
@@ -5,6 +6,8 @@
 #include <fq/songmaker/SongEditorModel.h>
 
 #include <gtest/gtest.h>
+
+#include <thread>
 
 namespace fq::songmaker {
 namespace {
@@ -39,17 +42,10 @@ struct RecordingSequencer : JamSequencer {
     void seek(int index) override { seeks.push_back(index); }
 };
 
-struct CountingObserver : DocumentsChangeObserver {
-    int changes = 0;
-    void documentsChanged() override { ++changes; }
-};
-
-class SongEditorModelTest : public ::testing::Test {
+class SongEditorModelTest : public SongFolderTest {
 protected:
     SongEditorModel::Services services() {
-        return {&sequencer_, store_,
-                [folder = folder_.path()]() -> tl::expected<fs::path, Error> { return folder; },
-                &observer_, immediateContext()};
+        return {&sequencer_, store_, location(), &observer_, executor()};
     }
     std::vector<std::string> titles(const SongEditorModel& editor) {
         std::vector<std::string> result;
@@ -58,28 +54,21 @@ protected:
         return result;
     }
 
-    TemporaryFolder folder_;
+    TemporaryFolder storeFolder_;
     std::shared_ptr<personal::SharedStore> store_ =
-        *personal::SharedStore::open(folder_.path() / "store.sqlite");
+        *personal::SharedStore::open(storeFolder_ / "store.sqlite");
     RecordingSequencer sequencer_;
     CountingObserver observer_;
 };
 
 TEST_F(SongEditorModelTest, ANewSongStartsWithAnIntroAndAnEarlyPattern) {
     const SongEditorModel editor(std::nullopt, services());
-    ASSERT_EQ(editor.sections().size(), 1u);
-    const auto& intro = editor.sections()[0];
-    EXPECT_EQ(intro.title, "Intro");
-    EXPECT_EQ(intro.sectionType, SectionType::intro);
-    EXPECT_TRUE(intro.chords.empty());
-    EXPECT_TRUE(editor.isNew());
-    EXPECT_EQ(editor.trackTitle, "Untitled");
+    EXPECT_EQ(titles(editor), std::vector<std::string>{"Intro"});
     const auto all = core::arpeggioSequences();
-    std::vector<std::string> firstFour;
-    for (std::size_t index = 0; index < 4; ++index)
-        firstFour.push_back(all[index].name);
-    EXPECT_NE(std::find(firstFour.begin(), firstFour.end(), editor.currentSequence().name),
-              firstFour.end());
+    EXPECT_NE(std::find_if(all.begin(), all.begin() + 4,
+                           [&](const auto& s) { return s.name == editor.currentSequence().name; }),
+              all.begin() + 4)
+        << "drawn from the first four patterns";
     EXPECT_EQ(editor.currentBassPattern().name, core::bassPatterns().front().name);
     EXPECT_EQ(editor.currentDrumPattern().name, core::drumPatterns().front().name);
 }
@@ -179,32 +168,57 @@ TEST_F(SongEditorModelTest, SavingNamesANewFileOnceAndNeverRenames) {
     editor.trackTitle = "Morning";
     editor.setTempo(88);
     ASSERT_TRUE(editor.save());
-    const auto file = folder_.path() / "Morning.frtqul";
+    const auto file = documents() / "Morning.frtqul";
     EXPECT_EQ(editor.documentURL(), file);
+    runMain();
     EXPECT_EQ(observer_.changes, 1);
 
     SongEditorModel reopened(file, services());
-    EXPECT_FALSE(reopened.loadFailed());
-    EXPECT_EQ(reopened.bpm(), 88);
-    EXPECT_EQ(reopened.sections(), editor.sections());
-    EXPECT_EQ(reopened.currentSequence().name, editor.currentSequence().name);
+    EXPECT_FALSE(reopened.loadError());
+    EXPECT_EQ(comparable(reopened.data()), comparable(editor.data()));
     reopened.trackTitle = "Evening";
     ASSERT_TRUE(reopened.save());
     EXPECT_EQ(FrtQulDocument::read(file)->title, "Evening")
         << "the title changes inside the same file";
-    EXPECT_FALSE(fs::exists(folder_.path() / "Evening.frtqul"));
+    EXPECT_EQ(files(), std::vector<std::string>{"Morning.frtqul"});
 
-    DiagnosticCapture diagnostics;
-    writeBytes(folder_.path() / "Bad.frtqul", "torn");
-    SongEditorModel broken(folder_.path() / "Bad.frtqul", services());
-    EXPECT_TRUE(broken.loadFailed());
-    EXPECT_EQ(diagnostics.lines().at(0).rfind("Error loading document: ", 0), 0u);
+    writeBytes(documents() / "Bad.frtqul", "torn");
+    SongEditorModel broken(documents() / "Bad.frtqul", services());
+    EXPECT_EQ(broken.loadError()->message.rfind("Error loading document: ", 0), 0u);
     EXPECT_EQ(broken.trackTitle, "Untitled");
+    EXPECT_EQ(SongEditorModel::edit(documents() / "Bad.frtqul", services(),
+                                    [](auto&) { return tl::expected<void, Error>{}; })
+                  .error(),
+              *broken.loadError());
+    EXPECT_EQ(readBytes(documents() / "Bad.frtqul"), "torn") << "a song that does not read stays";
 
     SongEditorModel nowhere(std::nullopt, services());
     nowhere.trackTitle = "no/such/folder";
-    EXPECT_FALSE(nowhere.save());
-    EXPECT_EQ(diagnostics.lines().back().rfind("Error saving document: ", 0), 0u);
+    EXPECT_EQ(nowhere.save().error().message.rfind("Error saving document: ", 0), 0u);
+    EXPECT_EQ(SongEditorModel::create(" Morning ", services()).error(),
+              SongMakerDocumentStoreError::fileAlreadyExists("Morning"));
+}
+
+// Edits at once, as from processes started together, each see the one before: none is lost.
+TEST_F(SongEditorModelTest, EditsAtOnceAreAllKept) {
+    const auto file = *SongEditorModel::create("Crowded", services());
+    std::vector<std::thread> editors;
+    for (int editor = 0; editor < 12; ++editor)
+        editors.emplace_back([&, editor] {
+            SilentSequencer sequencer;
+            SongEditorModel::Services own;
+            own.sequencer = &sequencer;
+            own.documents = location();
+            const auto edited = SongEditorModel::edit(file, own, [&](SongEditorModel& song) {
+                song.selectSection(song.sections().at(0).id);
+                song.addChord({core::Note::C, "major", editor});
+                return tl::expected<void, Error>{};
+            });
+            EXPECT_TRUE(edited) << edited.error().message;
+        });
+    for (auto& editor : editors)
+        editor.join();
+    EXPECT_EQ(FrtQulDocument::read(file)->sections.at(0).chords.size(), 12u);
 }
 
 } // namespace

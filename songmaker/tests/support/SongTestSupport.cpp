@@ -1,15 +1,7 @@
+// For the song maker's tests: the sample song and the folder fixture.
 #include "SongTestSupport.h"
 
-#include <fq/core/Diagnostics.h>
-
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <algorithm>
 
 namespace fq::songmaker::testing {
 
@@ -49,6 +41,24 @@ nlohmann::json comparable(const FrtQulDocumentData& data) {
                 if (value.is_object()) value.erase("id");
         }
     return json;
+}
+
+documents::DocumentsDirectory SongFolderTest::location() const {
+    return [folder = folder_.path()]() -> tl::expected<fs::path, Error> { return folder; };
+}
+
+fs::path SongFolderTest::song(const std::string& fileName, const std::string& title) {
+    const auto file = documents() / fileName;
+    writeBytes(file, *encodeSong(sampleSong(title)));
+    return file;
+}
+
+std::vector<std::string> SongFolderTest::files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(documents()))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 } // namespace fq::songmaker::testing

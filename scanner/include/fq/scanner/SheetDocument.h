@@ -1,5 +1,7 @@
 #pragma once
 
+// The sheet document: its records, its file form, and saving a new sheet.
+
 #include "fq/scanner/Bitmap.h"
 
 #include <fq/core/Chord.h>
@@ -106,6 +108,13 @@ std::string safeSheetName(std::string_view title);
 /// Returns the file written; the caller tells the person about a failure.
 tl::expected<std::filesystem::path, Error>
 saveSheet(const std::string& title, const std::vector<FrtSheetDocument::Page>& pages,
+          const documents::DocumentsDirectory& documents = documents::defaultDocumentsDirectory);
+
+/// A sheet a person names: a path to a sheet file, or a sheet's file name in the documents
+/// folder (the extension may be left out). Only sheet files are found, so a slip of the
+/// hand opens or deletes nothing else.
+tl::expected<std::filesystem::path, Error>
+findSheet(std::string_view text,
           const documents::DocumentsDirectory& documents = documents::defaultDocumentsDirectory);
 
 /// What a page image that cannot be encoded makes of a save.

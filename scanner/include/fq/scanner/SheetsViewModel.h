@@ -1,7 +1,10 @@
 #pragma once
 
+// The sheet list screen's state: the sheet files, decoded once and kept.
+
 #include "fq/scanner/SheetDocument.h"
 
+#include <fq/core/Executor.h>
 #include <fq/core/Uuid.h>
 #include <fq/documents/DocumentsFolder.h>
 
@@ -34,9 +37,8 @@ struct SongsheetDocumentItem {
 /// Failures are told as diagnostic lines and survived.
 class SheetsViewModel {
 public:
-    explicit SheetsViewModel(
-        documents::DocumentsDirectory documents = documents::defaultDocumentsDirectory,
-        documents::MainContext mainContext = documents::immediateContext());
+    explicit SheetsViewModel(Executor mainExecutor, documents::DocumentsDirectory documents =
+                                                        documents::defaultDocumentsDirectory);
 
     const std::vector<SongsheetDocumentItem>& documentItems() const { return documentItems_; }
     const std::map<std::filesystem::path, SongsheetDocumentItem>& metadataCache() const {
@@ -45,15 +47,15 @@ public:
 
     /// Reads the sheets not yet in the cache, in file name order. Unreadable files are
     /// told, left out and left alone; unreadable pages are left out of their sheet.
-    /// Sheets whose files are gone leave the cache. Publishes on the main context.
+    /// Sheets whose files are gone leave the cache. Publishes on the main executor.
     void loadDocuments();
 
     /// Removes the files at these rows, then the rows, whether the files went or not.
     void deleteDocuments(std::span<const std::size_t> offsets);
 
 private:
+    Executor mainExecutor_;
     documents::DocumentsDirectory documents_;
-    documents::MainContext mainContext_;
     std::vector<SongsheetDocumentItem> documentItems_;
     std::map<std::filesystem::path, SongsheetDocumentItem> metadataCache_;
 };

@@ -1,15 +1,20 @@
 #pragma once
 
-#include "fq/documents/DocumentsFolder.h"
+// The song editor's state and editing steps, and saving a song to its file.
+
 #include "fq/songmaker/JamSequencer.h"
 #include "fq/songmaker/SongDocument.h"
+#include "fq/songmaker/SongMakerDocumentStore.h"
 
 #include <fq/core/AccompanimentPatterns.h>
 #include <fq/core/Chord.h>
+#include <fq/core/Executor.h>
+#include <fq/documents/DocumentsFolder.h>
 #include <fq/documents/DurableFile.h>
 #include <fq/personal/SharedStore.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -17,12 +22,6 @@
 #include <vector>
 
 namespace fq::songmaker {
-
-using documents::defaultDocumentsDirectory;
-using documents::DocumentsChangeObserver;
-using documents::DocumentsDirectory;
-using documents::immediateContext;
-using documents::MainContext;
 
 enum class KeySignatureQuality { major, minor };
 
@@ -55,19 +54,33 @@ public:
         JamSequencer* sequencer = nullptr; ///< required
         /// Holds "isSequencerOn"; without one the sequencer counts as stopped.
         std::shared_ptr<personal::SharedStore> store;
-        DocumentsDirectory documents = defaultDocumentsDirectory;
+        DocumentsDirectory documents = documents::defaultDocumentsDirectory;
+        /// Told of every save, on `mainExecutor` (required with an observer).
         DocumentsChangeObserver* observer = nullptr;
-        MainContext mainContext = immediateContext();
+        Executor mainExecutor;
     };
 
     /// Opens the song at `url`, or a new one with the single section "Intro". A song that
-    /// cannot be read is told ("Error loading document: ") and the editor starts from
-    /// the defaults; `loadFailed` says so.
+    /// cannot be read leaves the editor at the defaults, and `loadError` says why
+    /// ("Error loading document: …") for the front end to show.
     SongEditorModel(std::optional<std::filesystem::path> url, Services services);
+
+    /// One editing step on a song file, as a whole: opens the song, applies `step` and
+    /// saves it, holding the folder's lock throughout so that an edit made by another
+    /// process at the same moment is neither lost nor undoes this one. A song that does
+    /// not read, or a step that fails, leaves the file as it was. Returns what was saved.
+    using Step = std::function<tl::expected<void, Error>(SongEditorModel&)>;
+    static tl::expected<FrtQulDocumentData, Error> edit(const std::filesystem::path& file,
+                                                        Services services, const Step& step);
+
+    /// Makes a new song (the single section "Intro") titled with the trimmed `name`, in
+    /// the documents folder under the safe form of the name. Never replaces a file.
+    static tl::expected<std::filesystem::path, Error> create(std::string_view name,
+                                                             Services services);
 
     const std::vector<SongSection>& sections() const { return sections_; }
     bool isNew() const { return isNew_; }
-    bool loadFailed() const { return loadFailed_; }
+    const std::optional<Error>& loadError() const { return loadError_; }
     const std::optional<std::filesystem::path>& documentURL() const { return documentURL_; }
     const std::optional<SelectedChordInfo>& selectedChordInfo() const { return selectedChordInfo_; }
     const std::optional<core::Uuid>& selectedSectionID() const { return selectedSectionID_; }
@@ -114,22 +127,29 @@ public:
     void setDrumPattern(core::DrumPattern pattern);
 
     /// Writes the song to its file (the first save names it after the title) and tells
-    /// the observer. Failures are told ("Error saving document: ") and the editor stays.
-    bool save();
+    /// the observer. A failure ("Error saving document: …") leaves the editor as it was.
+    tl::expected<void, Error> save();
     /// The first save of a new song to a file of the caller's choosing; an existing file
-    /// there is never replaced (the save fails instead).
-    bool saveAs(const std::filesystem::path& target);
+    /// there is never replaced (the save fails instead, as `exists`).
+    tl::expected<void, Error> saveAs(const std::filesystem::path& target);
 
     void refreshSequencer();
 
+    /// The record a save writes now.
+    FrtQulDocumentData data() const;
+
 private:
     bool isSequencerOn() const;
-    bool write(const std::filesystem::path& target, documents::ExistingFile existing);
+    /// The write itself; the caller holds the folder's lock.
+    tl::expected<void, Error> write(const std::filesystem::path& target,
+                                    documents::ExistingFile existing);
+    tl::expected<void, Error> writeLocked(const std::filesystem::path& target,
+                                          documents::ExistingFile existing);
 
     Services services_;
     std::vector<SongSection> sections_;
     bool isNew_ = true;
-    bool loadFailed_ = false;
+    std::optional<Error> loadError_;
     std::optional<std::filesystem::path> documentURL_;
     std::optional<SelectedChordInfo> selectedChordInfo_;
     std::optional<core::Uuid> selectedSectionID_;

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "fq/documents/DocumentsFolder.h"
+// The song files as the assistant sees them, and finding a song a person names.
 
 #include <fq/core/Error.h>
+#include <fq/documents/DocumentsFolder.h>
 
 #include <tl/expected.hpp>
 
@@ -15,11 +16,8 @@
 
 namespace fq::songmaker {
 
-using documents::defaultDocumentsDirectory;
 using documents::DocumentsChangeObserver;
 using documents::DocumentsDirectory;
-using documents::immediateContext;
-using documents::MainContext;
 
 /// The store's own failures, with the texts a person sees.
 struct SongMakerDocumentStoreError {
@@ -37,31 +35,45 @@ struct SongMakerDocumentMetadata {
 };
 
 /// The song files as the assistant sees them: list, rename (which moves the file) and
-/// delete. Renames and deletions tell the observer on the main context.
+/// delete. Renames and deletions tell the observer on the main executor.
 class SongMakerDocumentStore {
 public:
-    explicit SongMakerDocumentStore(DocumentsDirectory documents = defaultDocumentsDirectory,
-                                    DocumentsChangeObserver* observer = nullptr,
-                                    MainContext mainContext = immediateContext());
+    explicit SongMakerDocumentStore(
+        Executor mainExecutor, DocumentsDirectory documents = documents::defaultDocumentsDirectory,
+        DocumentsChangeObserver* observer = nullptr);
 
     /// Every readable song, by title in the locale's collation. Unreadable files are
     /// reported as diagnostics and left out.
     std::vector<SongMakerDocumentMetadata> listDocuments() const;
 
     /// Sets the title inside the file to the trimmed name and moves the file to the
-    /// safe form of that name.
+    /// safe form of that name, holding the folder's lock from the read to the move.
     tl::expected<SongMakerDocumentMetadata, Error> renameDocument(const std::filesystem::path& url,
                                                                   std::string_view name);
 
     tl::expected<void, Error> deleteDocument(const std::filesystem::path& url);
 
 private:
-    void notifyChanged();
-
+    Executor mainExecutor_;
     DocumentsDirectory documents_;
     DocumentsChangeObserver* observer_;
-    MainContext mainContext_;
 };
+
+/// A song a person names: a path, or a file name in the documents folder (the extension
+/// may be left out). Fails as `fileNotFound`, or `documentsDirectoryUnavailable`.
+tl::expected<std::filesystem::path, Error>
+findSong(std::string_view text,
+         const DocumentsDirectory& documents = documents::defaultDocumentsDirectory);
+
+/// The file itself when it is a song file by its extension: the steps that move, copy in
+/// or remove files touch nothing else, whatever a path names.
+tl::expected<std::filesystem::path, Error> requireSongFile(const std::filesystem::path& file);
+
+/// A file's metadata: the title inside it (its name when it does not read) and its dates.
+SongMakerDocumentMetadata songMetadata(const std::filesystem::path& file);
+
+/// "Song.frtqul" for "Song".
+std::string songFileName(std::string_view stem);
 
 /// A file name that the folder accepts: pieces between "/", ":", new lines and control
 /// characters joined by single spaces and trimmed; nothing left gives "Untitled".

@@ -1,8 +1,15 @@
 #pragma once
 
-#include "fq/documents/DocumentsFolder.h"
+// The track list screen's state: the song files, their titles, and the steps on them.
 
+#include "fq/songmaker/SongMakerDocumentStore.h"
+
+#include <fq/core/Error.h>
+#include <fq/core/Executor.h>
 #include <fq/core/Uuid.h>
+#include <fq/documents/DocumentsFolder.h>
+
+#include <tl/expected.hpp>
 
 #include <cstddef>
 #include <filesystem>
@@ -14,12 +21,6 @@
 
 namespace fq::songmaker {
 
-using documents::defaultDocumentsDirectory;
-using documents::DocumentsChangeObserver;
-using documents::DocumentsDirectory;
-using documents::immediateContext;
-using documents::MainContext;
-
 /// A row of the track list; the id is new at every listing.
 struct DocumentItem {
     core::Uuid id = core::Uuid::random();
@@ -29,13 +30,15 @@ struct DocumentItem {
     friend bool operator==(const DocumentItem&, const DocumentItem&) = default;
 };
 
-/// The track list screen's state over the folder of song files. Failures are told as
-/// diagnostic lines and survived; the results say only whether a step produced a file.
+/// The track list screen's state over the folder of song files. A step that fails gives
+/// its error, whose message is the whole line to show; a listing or deletion tells each
+/// file that fails as a diagnostic line and goes on. Results are published on the main
+/// executor.
 class TracksViewModel {
 public:
-    explicit TracksViewModel(DocumentsDirectory documents = defaultDocumentsDirectory,
-                             DocumentsChangeObserver* observer = nullptr,
-                             MainContext mainContext = immediateContext());
+    explicit TracksViewModel(Executor mainExecutor,
+                             DocumentsDirectory documents = documents::defaultDocumentsDirectory,
+                             DocumentsChangeObserver* observer = nullptr);
 
     const std::vector<DocumentItem>& documentItems() const { return documentItems_; }
     const std::map<std::filesystem::path, DocumentItem>& metadataCache() const {
@@ -48,23 +51,25 @@ public:
     /// Copies the song under the next free numbered title. This path reads and writes
     /// the JSON form, so a song in its usual binary form is refused ("Duplication
     /// failed: ") and the folder stays as it was. Returns the new file.
-    std::optional<std::filesystem::path> duplicateDocument(const DocumentItem& item);
+    tl::expected<std::filesystem::path, Error> duplicateDocument(const DocumentItem& item);
 
     /// Sets the title inside the file, through the JSON form as duplication does; the
-    /// file name stays. Returns whether the file was written.
-    bool renameDocument(const DocumentItem& item, const std::string& title);
+    /// file name stays. Fails as "Rename failed: ".
+    tl::expected<void, Error> renameDocument(const DocumentItem& item, const std::string& title);
 
     /// Removes the files at these rows, then the rows, whether the files went or not.
     void deleteDocuments(std::span<const std::size_t> offsets);
 
-    /// Copies a file into the folder under a free name ("Song 1.frtqul" beside
-    /// "Song.frtqul"), tells the observer and reloads. Returns the new file to open.
-    std::optional<std::filesystem::path> importDocument(const std::filesystem::path& source);
+    /// Copies a song file into the folder under a free name ("Song 1.frtqul" beside
+    /// "Song.frtqul"), tells the observer and reloads. A file that does not read as a song
+    /// is refused and nothing is copied ("Failed to import file: "). Returns the new file
+    /// to open.
+    tl::expected<std::filesystem::path, Error> importDocument(const std::filesystem::path& source);
 
 private:
+    Executor mainExecutor_;
     DocumentsDirectory documents_;
     DocumentsChangeObserver* observer_;
-    MainContext mainContext_;
     std::vector<DocumentItem> documentItems_;
     std::map<std::filesystem::path, DocumentItem> metadataCache_;
 };

@@ -43,8 +43,9 @@ std::string_view trimmed(std::string_view text) {
 
 std::string lowered(std::string_view text) {
     std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    std::transform(result.begin(), result.end(), result.begin(), [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    });
     return result;
 }
 
@@ -110,9 +111,9 @@ tl::expected<std::string, Error> modeOfKeySuffix(std::string_view suffix, std::s
     const auto lower = lowered(trimmed(suffix));
     if (lower == "m" || lower == "min" || lower == "minor") return std::string("minor");
     if (lower == "maj" || lower == "major") return std::string("major");
-    return tl::unexpected(Error{
-        fmt::format("Unknown key: {} (a note, then m for minor, e.g. A, Am, f#m, B♭)", text),
-        ErrorKind::refused});
+    return tl::unexpected(
+        Error{fmt::format("Unknown key: {} (a note, then m for minor, e.g. A, Am, f#m, B♭)", text),
+              ErrorKind::refused});
 }
 
 /// A tuning name reduced to what a person reliably types: letters and digits, lower case,
@@ -246,10 +247,10 @@ tl::expected<std::vector<std::string>, Error> tuningFromText(std::string_view te
         notes.emplace_back(rawValue(*note));
     }
     if (notes.size() != 6)
-        return tl::unexpected(Error{
-            fmt::format("A tuning needs six notes, lowest string first, like D,A,D,G,B,E: {}",
-                        text),
-            ErrorKind::refused});
+        return tl::unexpected(
+            Error{fmt::format("A tuning needs six notes, lowest string first, like D,A,D,G,B,E: {}",
+                              text),
+                  ErrorKind::refused});
     return notes;
 }
 
@@ -268,9 +269,9 @@ tl::expected<TypedProgression, Error> progressionFromText(Note key, std::string_
     for (const auto token : tokens) {
         const auto start = token.find_first_of("IVXivx");
         const auto prefix = token.substr(0, start == std::string_view::npos ? 0 : start);
-        const bool signsOnly =
-            std::all_of(prefix.begin(), prefix.end(), [](char c) { return c == 'b' || c == '#'; }) ||
-            prefix == "♭" || prefix == "♯";
+        const bool signsOnly = std::all_of(prefix.begin(), prefix.end(),
+                                           [](char c) { return c == 'b' || c == '#'; }) ||
+                               prefix == "♭" || prefix == "♯";
         if (start == std::string_view::npos || !signsOnly)
             return tl::unexpected(
                 Error{fmt::format("Not a Roman numeral: {}", token), ErrorKind::refused});

@@ -47,9 +47,9 @@ TEST(ChordProgressionsTest, CatalogueAndDisplayOrders) {
 }
 
 TEST(ChordProgressionsTest, StylesReadBackByTheirDisplayNames) {
-    EXPECT_EQ(P::progression("I-IV-V-IV")->styles,
-              (std::vector<MusicStyles>{MusicStyles::rock, MusicStyles::pop,
-                                        MusicStyles::traditional}));
+    EXPECT_EQ(
+        P::progression("I-IV-V-IV")->styles,
+        (std::vector<MusicStyles>{MusicStyles::rock, MusicStyles::pop, MusicStyles::traditional}));
     EXPECT_EQ(P::progression("I-V-vi-iv"), nullptr);
     ASSERT_EQ(allMusicStyles().size(), 25u);
     for (const auto style : allMusicStyles())

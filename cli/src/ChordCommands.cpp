@@ -118,7 +118,8 @@ void printShapes(std::ostream& out, const Chord& chord,
     std::vector<std::vector<std::string>> diagrams;
     std::vector<std::string> titles;
     for (std::size_t i = 0; i < shown; ++i) {
-        diagrams.push_back(renderFretDiagram(shapes[i].position, shapes[i].fingering, tuning, form));
+        diagrams.push_back(
+            renderFretDiagram(shapes[i].position, shapes[i].fingering, tuning, form));
         titles.push_back(fmt::format("{:>3}  {}", i + 1, compactFrets(shapes[i].position)));
     }
     out << renderDiagramRows(diagrams, titles, 5);
@@ -218,8 +219,8 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
     });
 
     auto typesJson = std::make_shared<bool>(false);
-    auto* typesCommand =
-        chord->add_subcommand("types", "The catalogue's chord types, with short names and formulas");
+    auto* typesCommand = chord->add_subcommand(
+        "types", "The catalogue's chord types, with short names and formulas");
     typesCommand->add_flag("--json", *typesJson, "Print JSON: an array of the type names");
     typesCommand->callback([&context, typesJson] {
         *context.action = [&context, typesJson] {

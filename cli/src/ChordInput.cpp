@@ -13,9 +13,9 @@ namespace fq::cli {
 
 tl::expected<std::vector<int>, Error> fretsFromText(std::string_view text) {
     const auto invalid = [&](std::string_view why) {
-        return tl::unexpected(Error{
-            fmt::format("{}, lowest string first, like x,3,2,0,1,0 or x32010: {}", why, text),
-            ErrorKind::refused});
+        return tl::unexpected(
+            Error{fmt::format("{}, lowest string first, like x,3,2,0,1,0 or x32010: {}", why, text),
+                  ErrorKind::refused});
     };
     const auto sixValues = "Frets must be six values from x (or -1) to 24";
     if (text.find(',') == std::string_view::npos) {
@@ -43,9 +43,8 @@ tl::expected<std::vector<int>, Error> fretsFromText(std::string_view text) {
                 fret < -1)
                 return invalid(sixValues);
             if (fret > highestTypedFret)
-                return tl::unexpected(
-                    Error{fmt::format("Fret {} is past the 24th: {}", fret, text),
-                          ErrorKind::refused});
+                return tl::unexpected(Error{fmt::format("Fret {} is past the 24th: {}", fret, text),
+                                            ErrorKind::refused});
         }
         frets.push_back(fret);
         if (end == text.npos) break;

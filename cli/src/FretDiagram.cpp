@@ -38,8 +38,8 @@ std::string fretRow(int fret, const std::vector<int>& frets, const std::vector<i
         if (frets[s] != fret || fingerAt(s) <= 0) continue;
         for (std::size_t t = frets.size(); t-- > s + 1;)
             if (frets[t] == fret && fingerAt(t) == fingerAt(s)) {
-                std::fill(barred.begin() + static_cast<long>(s), barred.begin() + static_cast<long>(t) + 1,
-                          true);
+                std::fill(barred.begin() + static_cast<long>(s),
+                          barred.begin() + static_cast<long>(t) + 1, true);
                 break;
             }
     }

@@ -59,8 +59,8 @@ int runProgression(std::ostream& out, const ProgressionOptions& options) {
     if (options.command->count("--mode") > 0) {
         mode = modeFrom(options.mode);
         if (key.mode && *key.mode != mode)
-            throw CommandError(fmt::format("The key {} is {}, but --mode says {}", options.key,
-                                           *key.mode, mode));
+            throw CommandError(
+                fmt::format("The key {} is {}, but --mode says {}", options.key, *key.mode, mode));
     }
     const auto typed = valueOrThrow(core::progressionFromText(key.tonic, mode, options.numerals));
     std::vector<std::string> names;

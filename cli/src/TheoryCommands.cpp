@@ -211,8 +211,9 @@ void addTheoryCommands(CLI::App& app, CommandContext& context) {
             if (!filters->key.empty()) {
                 const auto* types = all.types(filters->key);
                 if (!types)
-                    throw CommandError(fmt::format("Unknown filter: {} (choose {})", filters->key,
-                                                   choices({all.keys().begin(), all.keys().end()})));
+                    throw CommandError(
+                        fmt::format("Unknown filter: {} (choose {})", filters->key,
+                                    choices({all.keys().begin(), all.keys().end()})));
                 if (filters->json)
                     context.out << Json(*types).dump() << "\n";
                 else

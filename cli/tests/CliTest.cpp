@@ -2,7 +2,6 @@
 #include "CliRun.h"
 
 #include <fmt/format.h>
-
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -147,8 +146,9 @@ TEST(CliTest, TypedChordsTuningsAndTypes) {
     ASSERT_EQ(types.size(), 49u);
     EXPECT_EQ(types.front(), "major");
     EXPECT_EQ(types.back(), "diminished 7th");
-    EXPECT_NE(run({"chord", "types"}).out.find("minor 7th flat 5        min7(♭5)         1-♭3-♭5-♭7"),
-              std::string::npos);
+    EXPECT_NE(
+        run({"chord", "types"}).out.find("minor 7th flat 5        min7(♭5)         1-♭3-♭5-♭7"),
+        std::string::npos);
 }
 
 TEST(CliTest, DiagramsFollowTheHandAndTheFretboardSettings) {

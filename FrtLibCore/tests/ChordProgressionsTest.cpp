@@ -30,11 +30,8 @@ TEST(ChordProgressionsTest, CatalogueAndDisplayOrders) {
     ASSERT_EQ(major.size(), 18u);
     ASSERT_EQ(minor.size(), 14u);
     EXPECT_EQ(major.front().progression, "I-V-vi-IV");
-    EXPECT_EQ(major[13].progression, "I-♭VII-IV-I");
-    EXPECT_EQ(major.back().progression, "I-II-iii-V");
     EXPECT_EQ(minor.front().progression, "i-VI-III-VII");
     EXPECT_EQ(minor[11].progression, "i-VII-VI-V");
-    EXPECT_EQ(minor.back().progression, "i-v-iv-i");
     std::set<std::string> listed;
     for (const auto& list : {major, minor})
         for (const auto& record : list)

@@ -44,11 +44,11 @@ TEST(LinkCommandsTest, LinksMadeAreLinksRead) {
         EXPECT_EQ(run({"link", "make", "A", "--fingering", code}).second,
                   "https://fretquill.app/chords/a-major/x0bbb8\n")
             << code;
-    const auto high = run({"link", "make", "C", "--fingering", "zzzzzz"}).second;
-    EXPECT_EQ(
-        nlohmann::json::parse(run({"link", "parse", high.substr(0, high.size() - 1), "--json"})
-                                  .second)["selectedPosition"],
-        nlohmann::json::parse("[35,35,35,35,35,35]"));
+    auto high = run({"link", "make", "C", "--fingering", "zzzzzz"}).second;
+    high.pop_back();
+    EXPECT_EQ(nlohmann::json::parse(
+                  run({"link", "parse", high.c_str(), "--json"}).second)["selectedPosition"],
+              nlohmann::json::parse("[35,35,35,35,35,35]"));
     for (const auto& [frets, message] : std::vector<std::pair<const char*, const char*>>{
              {"x,0,11,11,11,25", "Fret 25 is past the 24th: x,0,11,11,11,25\n"},
              {"x0bbb!", "Frets must be six characters from x, 0-9 and a-z as a link writes them, "

@@ -50,7 +50,8 @@ tl::expected<std::vector<std::string>, Error> tuningFromText(std::string_view te
 /// A progression as a guitarist types it: numerals separated by blanks, commas or
 /// hyphens, each with an optional accidental before it and a chord suffix after it
 /// ("I V vi IV", "ii7 V7 Imaj7", "vii°", "iiø", "♭VII", "V7b9"). A bare numeral is major
-/// or minor by its case; a suffix reads as it would after a root ("7" on a minor numeral
+/// or minor by its case; a sign before it counts from the major scale in either mode ("♭VII"
+/// in A minor is G); a suffix reads as it would after a root ("7" on a minor numeral
 /// is a minor 7th, "°" diminished, "ø" half-diminished).
 struct TypedProgression {
     std::string numerals;      ///< the tokens joined by "-", as the catalogue writes them

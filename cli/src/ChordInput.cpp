@@ -22,7 +22,8 @@ tl::expected<std::vector<int>, Error> fretsFromText(std::string_view text) {
         if (text.size() != 6) return invalid(sixValues);
         if (std::all_of(text.begin(), text.end(), [](char c) { return c == 'x' || c == 'X'; }))
             return std::vector<int>(6, -1);
-        if (auto frets = navigation::ChordURLParser::decodeFingering(text)) return std::move(*frets);
+        if (auto frets = navigation::ChordURLParser::decodeFingering(text))
+            return std::move(*frets);
         return invalid("Frets must be six characters from x, 0-9 and a-z as a link writes them");
     }
     std::vector<int> frets;

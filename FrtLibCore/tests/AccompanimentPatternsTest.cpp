@@ -1,3 +1,4 @@
+// The pattern catalogue: every bar full, metres matched, JSON forms that read back.
 #include "fq/core/AccompanimentPatterns.h"
 
 #include <gtest/gtest.h>
@@ -105,70 +106,26 @@ TEST(AccompanimentPatternsTest, ThreeFourEntriesGoOnlyWithEachOther) {
     EXPECT_EQ(threeO.associatedDrumPatterns[0].drumPattern.name, "Three Way");
 }
 
-TEST(AccompanimentPatternsTest, EntriesHoldTheirSteps) {
-    using D = NoteDuration;
-    using A = ArpeggioDirection;
+TEST(AccompanimentPatternsTest, OnlyTwoSequencesOpenWithAChordAndLookupIsExact) {
     const auto sequences = arpeggioSequences();
-    const auto& echolet = sequences[7];
-    ASSERT_EQ(echolet.sequence.front().size(), 2u);
-    EXPECT_EQ(echolet.sequence.front()[1],
-              (ArpeggioNote{D::crochet, A::b, NoteArticulation::pick, 120}));
-    const auto& glint = sequences[11];
-    ASSERT_EQ(glint.sequence.front().size(), 2u);
-    EXPECT_EQ(glint.sequence.front()[0],
-              (ArpeggioNote{D::crochet, A::t, NoteArticulation::pick, 127}));
-    EXPECT_EQ(glint.sequence.front()[1],
-              (ArpeggioNote{D::quaver, A::b, NoteArticulation::pick, 127}));
-    for (std::size_t i = 0; i < sequences.size(); ++i) {
-        if (i != 7 && i != 11) {
-            EXPECT_EQ(sequences[i].sequence.front().size(), 1u) << sequences[i].name;
-        }
-    }
-    const auto& swingy = sequences[6];
-    EXPECT_EQ(swingy.sequence.size(), 13u);
-    EXPECT_EQ(swingy.sequence[2].front(),
-              (ArpeggioNote{D::demisemiquaver, A::r, NoteArticulation::pick, 80}));
-    EXPECT_EQ(sequences[8].sequence[4].front().arpeggioDirection, A::iii);
-
-    std::vector<std::string> fretzenBass;
-    for (const auto& bass : sequences[5].associatedBassPatterns)
-        fretzenBass.push_back(bass.bassPattern.name);
-    EXPECT_EQ(fretzenBass, (std::vector<std::string>{"Zune", "Minimized", "Minimal", "Minimal+",
-                                                     "Sleek", "Sleek+", "Running"}));
-    std::vector<std::string> glintDrums;
-    for (const auto& drums : glint.associatedDrumPatterns)
-        glintDrums.push_back(drums.drumPattern.name);
-    EXPECT_EQ(glintDrums, (std::vector<std::string>{"Hats Only", "Rim", "Ether Snare", "Ether Rim",
-                                                    "Fewer Hats", "Snare"}));
-
-    const auto sleekPlus = bassPattern("Sleek+");
-    ASSERT_TRUE(sleekPlus);
-    EXPECT_EQ(sleekPlus->bassNotes,
-              (std::vector<BassNote>{{D::minim, BassPitch::root, NoteArticulation::pick, 120},
-                                     {D::quaver, BassPitch::fifth, NoteArticulation::pick, 120},
-                                     {D::quaver, BassPitch::rest, NoteArticulation::pick, 120},
-                                     {D::crochet, BassPitch::root, NoteArticulation::pick, 120}}));
+    for (std::size_t i = 0; i < sequences.size(); ++i)
+        EXPECT_EQ(sequences[i].sequence.front().size(), i == 7 || i == 11 ? 2u : 1u)
+            << sequences[i].name;
+    EXPECT_EQ(sequences[8].sequence[4].front().arpeggioDirection, ArpeggioDirection::iii);
+    EXPECT_TRUE(bassPattern("Sleek+"));
     EXPECT_FALSE(bassPattern("sleek+"));
     EXPECT_FALSE(drumPattern("Rim "));
-
-    const auto forewing = drumPattern("Forewing");
-    ASSERT_TRUE(forewing);
+    // the one rest among the drums is a semiquaver's silence, written as note type 0
     std::size_t rests = 0;
-    for (const auto& step : forewing->drumNotes)
-        for (const auto& hit : step.drumMIDINote)
-            if (hit.noteType == DrumNoteType::rest) {
-                ++rests;
-                EXPECT_EQ(step.noteDuration, D::semiquaver);
-            }
+    for (const auto& pattern : drumPatterns())
+        for (const auto& step : pattern.drumNotes)
+            for (const auto& hit : step.drumMIDINote)
+                if (hit.noteType == DrumNoteType::rest) {
+                    ++rests;
+                    EXPECT_EQ(step.noteDuration, NoteDuration::semiquaver) << pattern.name;
+                }
     EXPECT_EQ(rests, 1u);
     EXPECT_EQ(static_cast<int>(DrumNoteType::rest), 0);
-    const auto zenRim = drumPattern("Zen Rim");
-    ASSERT_TRUE(zenRim);
-    EXPECT_EQ(zenRim->drumNotes[1].drumMIDINote,
-              (std::vector<DrumMIDINote>{{DrumNoteType::openHH, 70}}));
-    EXPECT_EQ(
-        drumPattern("Snare")->drumNotes[2].drumMIDINote,
-        (std::vector<DrumMIDINote>{{DrumNoteType::snare, 127}, {DrumNoteType::closedHH, 80}}));
 }
 
 TEST(AccompanimentPatternsTest, EveryBuildMakesFreshIdentifiers) {
@@ -196,13 +153,8 @@ TEST(AccompanimentPatternsTest, EveryBuildMakesFreshIdentifiers) {
     EXPECT_FALSE(Uuid::fromText("not-a-uuid"));
 }
 
-TEST(AccompanimentPatternsJsonTest, OneKeyObjects) {
-    EXPECT_EQ(toJson(ArpeggioDirection::t).dump(), R"({"t":{}})");
+TEST(AccompanimentPatternsJsonTest, OneKeyObjectsAndRecordForms) {
     EXPECT_EQ(toJson(ArpeggioDirection::iii).dump(), R"({"iii":{}})");
-    EXPECT_EQ(toJson(BassPitch::root).dump(), R"({"root":{}})");
-    EXPECT_EQ(toJson(NoteArticulation::pick).dump(), R"({"pick":{}})");
-    EXPECT_EQ(arpeggioDirectionFromJson(nlohmann::json::parse(R"({"u":{}})")),
-              ArpeggioDirection::u);
     EXPECT_EQ(bassPitchFromJson(nlohmann::json::parse(R"({"octave":{}})")), BassPitch::octave);
     EXPECT_EQ(noteArticulationFromJson(nlohmann::json::parse(R"({"mute":{}})")),
               NoteArticulation::mute);
@@ -214,26 +166,15 @@ TEST(AccompanimentPatternsJsonTest, OneKeyObjects) {
         ASSERT_FALSE(decoded) << bad;
         EXPECT_EQ(decoded.error().message, "Invalid number of keys found, expected one.");
     }
-    EXPECT_EQ(bassPitchFromJson(nlohmann::json::parse(R"({"root":{},"rest":{}})")).error().message,
-              "Invalid number of keys found, expected one.");
     EXPECT_FALSE(bassPitchFromJson(nlohmann::json::parse(R"("root")")));
-}
-
-TEST(AccompanimentPatternsJsonTest, RecordForms) {
-    const ArpeggioNote picked{NoteDuration::quaver, ArpeggioDirection::t, NoteArticulation::pick,
-                              127};
     EXPECT_EQ(
-        toJson(picked).dump(),
+        toJson(
+            ArpeggioNote{NoteDuration::quaver, ArpeggioDirection::t, NoteArticulation::pick, 127})
+            .dump(),
         R"({"noteDuration":0.125,"arpeggioDirection":{"t":{}},"noteArticulation":{"pick":{}},"noteVelocity":127})");
     EXPECT_EQ(toJson(DrumMIDINote{DrumNoteType::closedHH, 80}).dump(),
               R"({"noteType":54,"noteVelocity":80})");
     const auto pattern = *bassPattern("Minimal");
-    EXPECT_EQ(
-        withoutIds(toJson(pattern)).dump(),
-        R"({"name":"Minimal","description":"","bassNotes":[)"
-        R"({"noteDuration":0.5,"pitch":{"root":{}},"noteArticulation":{"pick":{}},"noteVelocity":120},)"
-        R"({"noteDuration":0.5,"pitch":{"rest":{}},"noteArticulation":{"pick":{}},"noteVelocity":120}],)"
-        R"("timeSignature":"4/4"})");
     EXPECT_EQ(toJson(pattern)["id"], pattern.id.text());
 }
 

@@ -1,3 +1,4 @@
+// Progressions in Roman numerals: the catalogue, numerals in a key, filled descriptions.
 #include "fq/core/ChordProgressions.h"
 
 #include "fq/core/Diagnostics.h"
@@ -29,11 +30,8 @@ TEST(ChordProgressionsTest, CatalogueAndDisplayOrders) {
     ASSERT_EQ(major.size(), 18u);
     ASSERT_EQ(minor.size(), 14u);
     EXPECT_EQ(major.front().progression, "I-V-vi-IV");
-    EXPECT_EQ(major[13].progression, "I-♭VII-IV-I");
-    EXPECT_EQ(major.back().progression, "I-II-iii-V");
     EXPECT_EQ(minor.front().progression, "i-VI-III-VII");
     EXPECT_EQ(minor[11].progression, "i-VII-VI-V");
-    EXPECT_EQ(minor.back().progression, "i-v-iv-i");
     std::set<std::string> listed;
     for (const auto& list : {major, minor})
         for (const auto& record : list)
@@ -45,39 +43,15 @@ TEST(ChordProgressionsTest, CatalogueAndDisplayOrders) {
         EXPECT_TRUE(P::all(mode).empty()) << mode;
 }
 
-TEST(ChordProgressionsTest, StylesOfEachEntry) {
-    using S = MusicStyles;
-    const std::vector<std::pair<const char*, std::vector<MusicStyles>>> rows{
-        {"I-V-vi-IV", {S::pop, S::rock}},
-        {"I-vi-V-IV", {S::pop, S::ballad}},
-        {"I-IV-V-IV", {S::rock, S::pop, S::traditional}},
-        {"I-V-IV-I", {S::blues, S::rock}},
-        {"I-IV-I-V", {S::folk, S::traditional}},
-        {"I-vi-ii-V", {S::jazz, S::romantic}},
-        {"I-II-iii-V", {S::pop, S::modal}},
-        {"i-iv-V-i", {S::classical, S::dramatic}},
-        {"i-v-iv-VI", {S::emotional, S::cinematic}},
-        {"i-iv-VI-III", {S::melancholic, S::folk}},
-        {"i-III-VII-i", {S::modal, S::medieval}},
-        {"i-VII-VI-V", {S::cinematic, S::dramatic}},
-        {"i-III-VII-IV", {S::rock, S::emotional}},
-        {"i-v-iv-i", {S::folk, S::dramatic}},
-    };
-    for (const auto& [numerals, styles] : rows) {
-        const auto* record = P::progression(numerals);
-        ASSERT_NE(record, nullptr) << numerals;
-        EXPECT_EQ(record->styles, styles) << numerals;
-    }
+TEST(ChordProgressionsTest, StylesReadBackByTheirDisplayNames) {
+    EXPECT_EQ(
+        P::progression("I-IV-V-IV")->styles,
+        (std::vector<MusicStyles>{MusicStyles::rock, MusicStyles::pop, MusicStyles::traditional}));
     EXPECT_EQ(P::progression("I-V-vi-iv"), nullptr);
-}
-
-TEST(ChordProgressionsTest, MusicStylesUseTheirDisplayNames) {
     ASSERT_EQ(allMusicStyles().size(), 25u);
-    EXPECT_EQ(rawValue(MusicStyles::hiphop), "Hip Hop");
-    EXPECT_EQ(rawValue(MusicStyles::rnb), "R&B");
-    EXPECT_EQ(rawValue(MusicStyles::cinematic), "Cinematic");
     for (const auto style : allMusicStyles())
         EXPECT_EQ(musicStylesFromRawValue(rawValue(style)), style);
+    EXPECT_EQ(rawValue(MusicStyles::hiphop), "Hip Hop");
     EXPECT_FALSE(musicStylesFromRawValue("hiphop"));
 }
 

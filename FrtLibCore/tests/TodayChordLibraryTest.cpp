@@ -1,3 +1,4 @@
+// The chord of the day: the pick by date, the embedded lists, and scheduled notifications.
 #include "fq/core/TodayChordLibrary.h"
 
 #include "fq/core/ChordDataManager.h"
@@ -79,18 +80,12 @@ TEST(TodayChordLibraryTest, ThePickFollowsTheDayOfTheYear) {
     EXPECT_EQ(library.allChords()[376].variant, 0) << "the advanced list starts over after ten";
 }
 
-TEST(TodayChordLibraryTest, CategoriesAndTexts) {
-    ASSERT_EQ(allChordCategories().size(), 3u);
+TEST(TodayChordLibraryTest, CategoriesReadBackAndBodiesNameTheChord) {
     for (const auto category : allChordCategories())
         EXPECT_EQ(chordCategoryFromRawValue(rawValue(category)), category);
-    EXPECT_EQ(rawValue(ChordCategory::advanced), "advanced");
-    EXPECT_EQ(localizedTitle(ChordCategory::jazz), "Jazz");
     EXPECT_FALSE(chordCategoryFromRawValue("Beginner"));
-    EXPECT_EQ(notificationTitles()[1], "Fret Quill Chord Spotlight!");
-    EXPECT_EQ(notificationBody(0, "C major"),
-              "Today's chord is C major. Dive into its sound and feel!");
-    EXPECT_EQ(notificationBody(2, "G7"), "Learn G7 — a must-know chord!");
-    EXPECT_EQ(notificationBody(6, "Am"), "Work on Am chord and level up your playing!");
+    for (int i = 0; i < 7; ++i)
+        EXPECT_NE(notificationBody(i, "G7").find("G7"), std::string::npos) << i;
 }
 
 // The embedded lists are what a person practises all year: they must decode, name
@@ -244,26 +239,16 @@ TEST_F(ScheduleTest, MonthOffsetsAcrossYearsAndLeapDays) {
         const char* first;
         const char* last;
     };
+    // clang-format off
     const std::vector<Row> rows{
-        {{2025, 11, 15, 12, 0, 0},
-         2,
-         31,
-         "chordOfTheDay_jazz_2026_1_1",
-         "chordOfTheDay_jazz_2026_1_31"},
-        {{2024, 2, 1, 0, 0, 0},
-         0,
-         29,
-         "chordOfTheDay_jazz_2024_2_1",
-         "chordOfTheDay_jazz_2024_2_29"},
-        {{2024, 1, 31, 23, 0, 0},
-         1,
-         29,
-         "chordOfTheDay_jazz_2024_2_1",
-         "chordOfTheDay_jazz_2024_2_29"},
+        {{2025, 11, 15, 12, 0, 0}, 2, 31, "chordOfTheDay_jazz_2026_1_1", "chordOfTheDay_jazz_2026_1_31"},
+        {{2024, 2, 1, 0, 0, 0}, 0, 29, "chordOfTheDay_jazz_2024_2_1", "chordOfTheDay_jazz_2024_2_29"},
+        {{2024, 1, 31, 23, 0, 0}, 1, 29, "chordOfTheDay_jazz_2024_2_1", "chordOfTheDay_jazz_2024_2_29"},
         {{2025, 4, 30, 9, 0, 0}, 0, 0, "", ""},
         {{2025, 3, 10, 0, 0, 0}, -1, 0, "", ""},
         {{2025, 2, 30, 0, 0, 0}, 0, 0, "", ""},
     };
+    // clang-format on
     for (const auto& [now, offset, count, first, last] : rows) {
         MemoryCenter center;
         const auto added = library_->scheduleNotifications(ChordCategory::jazz, offset, center, now,

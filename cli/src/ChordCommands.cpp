@@ -1,8 +1,10 @@
+// The `chord` commands: show, shapes, types, fingering, match and similar.
 #include "ChordCommands.h"
 
 #include "ChordInput.h"
 #include "CommandSupport.h"
 #include "FretDiagram.h"
+#include "ListText.h"
 
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/ChordEngine.h>
@@ -29,13 +31,6 @@ std::string indented(const std::vector<std::string>& lines, std::string_view ind
     for (const auto& line : lines)
         text += std::string(indent) + line + "\n";
     return text;
-}
-
-Json chordArray(const std::vector<Chord>& chords) {
-    Json array = Json::array();
-    for (const auto& chord : chords)
-        array.push_back(core::toJson(chord));
-    return array;
 }
 
 /// The notes of a chord with its bass first, as a guitarist reads an inversion.
@@ -102,26 +97,39 @@ void printChord(std::ostream& out, const Chord& chord) {
         const auto& shape = shapes.front();
         out << fmt::format("\n  First shape: {}   (all of them: fretquill chord shapes {})\n\n",
                            compactFrets(shape.position), text("shortestName"));
-        out << indented(renderFretDiagram(shape.position, shape.fingering, core::Tuning::standard),
+        out << indented(renderFretDiagram(shape.position, shape.fingering, core::Tuning::standard,
+                                          preferredDiagramForm()),
                         "  ");
     }
 }
 
+/// Shapes a screen shows before it asks for --all.
+constexpr std::size_t shownShapes = 12;
+
 void printShapes(std::ostream& out, const Chord& chord,
-                 const std::vector<core::ChordPosition>& shapes,
+                 const std::vector<core::ChordPosition>& shapes, std::size_t shown,
                  std::span<const std::string_view> tuning) {
     const auto name =
         ChordDataManager::shared().name(chord.rootNote, chord.chordType, chord.variant);
     out << fmt::format("{}: {} shape{} in {}\n\n", name, shapes.size(),
                        shapes.size() == 1 ? "" : "s", fmt::join(tuning, " "));
     if (shapes.empty()) return;
+    const auto form = preferredDiagramForm();
     std::vector<std::vector<std::string>> diagrams;
     std::vector<std::string> titles;
-    for (std::size_t i = 0; i < shapes.size(); ++i) {
-        diagrams.push_back(renderFretDiagram(shapes[i].position, shapes[i].fingering, tuning));
+    for (std::size_t i = 0; i < shown; ++i) {
+        diagrams.push_back(
+            renderFretDiagram(shapes[i].position, shapes[i].fingering, tuning, form));
         titles.push_back(fmt::format("{:>3}  {}", i + 1, compactFrets(shapes[i].position)));
     }
     out << renderDiagramRows(diagrams, titles, 5);
+    if (shown < shapes.size())
+        out << fmt::format("\n{} of {} (--all for every one)\n", shown, shapes.size());
+}
+
+void printTypes(std::ostream& out) {
+    for (const auto& data : ChordDataManager::shared().catalogue())
+        out << fmt::format("{:<24} {:<16} {}\n", data.title, data.shortTitle, data.formula);
 }
 
 } // namespace
@@ -172,17 +180,21 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
         ChordSelection chord;
         std::string tuning = "E,A,D,G,B,E";
         int limit = -1;
+        bool all = false;
         bool json = false;
     };
     auto shapes = std::make_shared<ShapesOptions>();
-    auto* shapesCommand =
-        chord->add_subcommand("shapes", "Every playable shape of a chord, with fingers");
+    auto* shapesCommand = chord->add_subcommand(
+        "shapes", "Playable shapes of a chord with fingers: the first dozen, or --all");
     shapes->chord.addOptions(shapesCommand);
-    shapesCommand->add_option(
-        "--tuning", shapes->tuning,
-        "A tuning by name (dropD, dadgad, …) or six open notes, lowest string first");
-    shapesCommand->add_option("--limit", shapes->limit, "Show only the first N shapes");
-    shapesCommand->add_flag("--json", shapes->json, "Print JSON");
+    shapesCommand->add_option("--tuning", shapes->tuning,
+                              "A tuning by name in any case (dropD, DADGAD, …) or six open "
+                              "notes, lowest string first: D,A,D,G,B,E or E2,A2,D3,G3,B3,E4");
+    auto* limitOption =
+        shapesCommand->add_option("--limit", shapes->limit, "Show only the first N shapes");
+    shapesCommand->add_flag("--all", shapes->all, "Show every shape")->excludes(limitOption);
+    shapesCommand->add_flag("--json", shapes->json,
+                            "Print JSON: every shape, or the first N with --limit");
     shapesCommand->callback([&context, shapes] {
         *context.action = [&context, shapes] {
             const auto chosen = shapes->chord.resolve();
@@ -191,12 +203,35 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
             if (shapes->limit < -1)
                 throw CommandError(fmt::format("The limit must be 0 or more: {}", shapes->limit));
             useShapeMemo();
+            // A program reading JSON gets the whole list; a person reading boxes the first dozen.
             const auto list = core::positions(chosen.rootNote, chosen.chordType, chosen.variant,
                                               shapes->limit, tuning);
-            if (shapes->json)
+            if (shapes->json) {
                 context.out << core::toJson(list).dump() << "\n";
-            else
-                printShapes(context.out, chosen, list, tuning);
+                return 0;
+            }
+            const auto shown = shapes->all || shapes->limit >= 0
+                                   ? list.size()
+                                   : std::min(list.size(), shownShapes);
+            printShapes(context.out, chosen, list, shown, tuning);
+            return 0;
+        };
+    });
+
+    auto typesJson = std::make_shared<bool>(false);
+    auto* typesCommand = chord->add_subcommand(
+        "types", "The catalogue's chord types, with short names and formulas");
+    typesCommand->add_flag("--json", *typesJson, "Print JSON: an array of the type names");
+    typesCommand->callback([&context, typesJson] {
+        *context.action = [&context, typesJson] {
+            if (!*typesJson) {
+                printTypes(context.out);
+                return 0;
+            }
+            auto names = Json::array();
+            for (const auto& data : ChordDataManager::shared().catalogue())
+                names.push_back(data.title);
+            context.out << names.dump() << "\n";
             return 0;
         };
     });
@@ -210,7 +245,7 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
         chord->add_subcommand("fingering", "Which finger goes on which string of a shape");
     fingeringCommand
         ->add_option("FRETS", fingering->frets,
-                     "Six frets, lowest string first: x,3,2,0,1,0 or x32010")
+                     "Six frets, lowest string first: x,3,2,0,1,0 or a link's code x32010")
         ->required();
     fingeringCommand->add_flag("--json", fingering->json, "Print JSON");
     fingeringCommand->callback([&context, fingering] {
@@ -225,7 +260,8 @@ void addChordCommands(CLI::App& app, CommandContext& context) {
             } else {
                 context.out << fmt::format("{}: fingers {}\n\n", compactFrets(frets),
                                            fmt::join(fingers, " "));
-                context.out << indented(renderFretDiagram(frets, fingers, core::Tuning::standard),
+                context.out << indented(renderFretDiagram(frets, fingers, core::Tuning::standard,
+                                                          preferredDiagramForm()),
                                         "  ");
             }
             return 0;

@@ -1,37 +1,33 @@
 #pragma once
 
-#include <fq/core/Chord.h>
+// Frets as a person types them, and the theory core's readers of typed text under the
+// names the commands use.
+
 #include <fq/core/Error.h>
-#include <fq/core/Note.h>
+#include <fq/core/TypedInput.h>
 
 #include <tl/expected.hpp>
 
 #include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
 namespace fq::cli {
 
-/// A note as a person types it: true signs ("C♯", "E♭", "B♯") or ASCII ("C#", "Eb").
-std::optional<core::Note> noteFromUserText(std::string_view text);
+using core::chordFromParts;
+using core::chordFromSymbol;
+using core::tuningFromText;
 
-/// A chord symbol the alias dictionary knows ("Cm7", "Bb7", "C/E"), looked up as
-/// given, then with the blank after the root removed ("C♯ minor 7th"), then with
-/// the root's ASCII signs made true ("Bb minor"). Fails with "Unknown chord: <text>".
-tl::expected<core::Chord, Error> chordFromSymbol(std::string_view text);
+inline std::optional<core::Note> noteFromUserText(std::string_view text) {
+    return core::noteFromText(text);
+}
 
-/// A chord given as root, catalogue type and inversion, checked against the catalogue.
-tl::expected<core::Chord, Error> chordFromParts(std::string_view root, std::string_view type,
-                                                int variant);
+/// Highest fret a person may type as a number; a link's code reaches further.
+inline constexpr int highestTypedFret = 24;
 
-/// Six frets, lowest string first: "x,3,2,0,1,0" (x or -1 mutes a string) or the
-/// link form "x32010".
+/// Six frets, lowest string first: "x,3,2,0,1,0" (x or -1 mutes a string, frets up to 24)
+/// or the six characters of a link's code, read as a link is ("x32010", "x0bbb8" where b is
+/// fret 11, up to z for 35).
 tl::expected<std::vector<int>, Error> fretsFromText(std::string_view text);
-
-/// A tuning by its name in the catalogue ("dropD", "dadgad") or as six open notes,
-/// lowest string first ("D,A,D,G,B,E", "Eb,Ab,Db,Gb,Bb,Eb"); given back as the six
-/// note names with the true signs.
-tl::expected<std::vector<std::string>, Error> tuningFromText(std::string_view text);
 
 } // namespace fq::cli

@@ -71,7 +71,8 @@ std::string wrapped(std::string_view text, std::size_t width, std::string_view i
 
 void ChordSelection::addOptions(CLI::App* to, const char* positionalName) {
     command = to;
-    to->add_option(positionalName, symbol, "A chord symbol: Am7, \"C♯ minor 7th\", Bb7, C/E");
+    to->add_option(positionalName, symbol,
+                   "A chord symbol: Am7, \"C♯ minor 7th\", Bb7, C7b9, E#m, C/E");
     to->add_option("--root", root, "Root note, e.g. C, F#, E♭");
     to->add_option("--type", type, "Catalogue chord type, e.g. \"minor 7th\" (default major)");
     to->add_option("--variant", variant,

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <memory>
 
 namespace fq::cli {
@@ -72,13 +73,18 @@ void addLinkCommands(CLI::App& app, CommandContext& context) {
     auto* makeCommand = link->add_subcommand("make", "The web link that opens a chord, to share");
     make->chord.addOptions(makeCommand);
     makeCommand->add_option("--fingering", make->fingering,
-                            "A shape to open with the chord: x32010 or x,3,2,0,1,0");
+                            "A shape to open with the chord: x,3,2,0,1,0 or the link's code "
+                            "x32010 (a-z for frets 10 to 35)");
     makeCommand->add_flag("--json", make->json, "Print JSON");
     makeCommand->callback([&context, make] {
         *context.action = [&context, make] {
             const auto chord = make->chord.resolve();
             std::optional<std::vector<int>> frets;
             if (!make->fingering.empty()) frets = valueOrThrow(fretsFromText(make->fingering));
+            // a link that mutes every string would not open again
+            if (frets && std::all_of(frets->begin(), frets->end(), [](int f) { return f < 0; }))
+                throw CommandError(
+                    fmt::format("A shape needs a sounding string: {}", make->fingering));
             const auto url = frets ? links::chordWebURL(chord, *frets) : links::chordWebURL(chord);
             if (make->json)
                 context.out << Json{{"url", url}}.dump() << "\n";

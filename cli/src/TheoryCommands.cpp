@@ -1,14 +1,16 @@
+// The `lists`, `filters` and `today` commands; progressions and patterns have their own files.
 #include "TheoryCommands.h"
 
 #include "ChordInput.h"
 #include "CommandSupport.h"
 #include "FretDiagram.h"
+#include "ListText.h"
+#include "PatternCommands.h"
+#include "ProgressionCommands.h"
 
-#include <fq/core/AccompanimentPatterns.h>
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/ChordLists.h>
 #include <fq/core/ChordPositions.h>
-#include <fq/core/ChordProgressions.h>
 #include <fq/core/TodayChordLibrary.h>
 #include <fq/personal/PreferenceKeys.h>
 #include <fq/personal/StoredNotificationCenter.h>
@@ -29,62 +31,6 @@ namespace {
 using core::Chord;
 using core::ChordDataManager;
 using Json = nlohmann::ordered_json;
-namespace Progressions = core::ChordProgressions;
-
-std::string chordName(const Chord& chord) {
-    return ChordDataManager::shared().name(chord.rootNote, chord.chordType, chord.variant);
-}
-
-Json chordArray(const std::vector<Chord>& chords) {
-    Json array = Json::array();
-    for (const auto& chord : chords)
-        array.push_back(core::toJson(chord));
-    return array;
-}
-
-/// Characters as the terminal shows them, not bytes.
-std::size_t characters(std::string_view text) {
-    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    }));
-}
-
-/// Items joined by ", ", broken into lines between items rather than inside one.
-std::string wrappedItems(const std::vector<std::string>& items, std::size_t width,
-                         std::string_view firstIndent, std::string_view indent) {
-    std::string result(firstIndent);
-    std::size_t lineLength = characters(firstIndent);
-    bool lineEmpty = true;
-    for (std::size_t i = 0; i < items.size(); ++i) {
-        const auto item = items[i] + (i + 1 < items.size() ? "," : "");
-        const auto length = characters(item);
-        if (!lineEmpty && lineLength + 1 + length > width) {
-            result.append("\n").append(indent);
-            lineLength = characters(indent);
-            lineEmpty = true;
-        }
-        if (!lineEmpty) {
-            result += ' ';
-            ++lineLength;
-        }
-        result += item;
-        lineLength += length;
-        lineEmpty = false;
-    }
-    return result;
-}
-
-/// "a, b or c" for the one-line errors that name what would have been accepted.
-template <typename Range>
-std::string choices(const Range& names) {
-    std::vector<std::string> all;
-    for (const auto& name : names)
-        all.emplace_back(name);
-    if (all.size() < 2) return fmt::format("{}", fmt::join(all, ""));
-    const auto last = all.back();
-    all.pop_back();
-    return fmt::format("{} or {}", fmt::join(all, ", "), last);
-}
 
 // lists and filters
 
@@ -127,56 +73,14 @@ void printList(std::ostream& out, core::ChordListCategory category, const core::
 core::ChordListCategory categoryFrom(std::string_view name) {
     const auto category = core::chordListCategoryFromRawValue(name);
     if (!category) {
-        std::vector<std::string_view> names;
+        std::vector<std::string> names;
         for (const auto& [known, list] : core::Chords::lists())
-            names.push_back(core::rawValue(known));
+            names.emplace_back(core::rawValue(known));
         throw CommandError(fmt::format("Unknown chord list: {} (choose {})", name, choices(names)));
     }
     if (!core::Chords::list(*category))
         throw CommandError(fmt::format("No chord list for {}", name));
     return *category;
-}
-
-// progressions
-
-void requireNumerals(std::string_view progression) {
-    std::size_t start = 0;
-    for (auto end = progression.find('-');; end = progression.find('-', start)) {
-        const auto token =
-            progression.substr(start, end == std::string_view::npos ? end : end - start);
-        if (token.find_first_not_of(" \t\r\n") == std::string_view::npos)
-            throw CommandError(fmt::format("Missing a numeral in \"{}\"", progression));
-        if (token.find_first_of("IVXivx") == std::string_view::npos)
-            throw CommandError(fmt::format("Not a Roman numeral: {}", token));
-        if (end == std::string_view::npos) return;
-        start = end + 1;
-    }
-}
-
-std::string modeFrom(const std::string& mode) {
-    if (mode != "major" && mode != "minor")
-        throw CommandError(fmt::format("Unknown mode: {} (choose major or minor)", mode));
-    return mode;
-}
-
-/// A description as the catalogue writes it, with the placeholders' hyphens removed.
-std::string plainDescription(std::string_view description) {
-    std::string text(description);
-    for (auto found = text.find("--"); found != std::string::npos; found = text.find("--", found))
-        text.erase(found, 2);
-    return text;
-}
-
-void printProgressions(std::ostream& out, std::string_view heading,
-                       const std::vector<core::ChordProgression>& records) {
-    out << heading << "\n\n";
-    for (const auto& record : records) {
-        std::vector<std::string_view> styles;
-        for (const auto style : record.styles)
-            styles.push_back(core::rawValue(style));
-        out << fmt::format("  {:<16} {}\n", record.progression, fmt::join(styles, ", "));
-        out << wrapped(plainDescription(record.description), 78, "    ") << "\n\n";
-    }
 }
 
 // chord of the day
@@ -236,72 +140,8 @@ void printTodayChord(std::ostream& out, std::chrono::year_month_day date,
     if (shapes.empty()) return;
     out << fmt::format("  Shape  {}\n\n", compactFrets(shapes.front().position));
     for (const auto& line : renderFretDiagram(shapes.front().position, shapes.front().fingering,
-                                              core::Tuning::standard))
+                                              core::Tuning::standard, preferredDiagramForm()))
         out << "  " << line << "\n";
-}
-
-// patterns
-
-std::string_view durationLetter(core::NoteDuration duration) {
-    constexpr std::array<std::string_view, 6> letters{"sb", "m", "c", "q", "s", "d"};
-    return letters[static_cast<std::size_t>(duration)];
-}
-
-std::string stepsText(const core::BassPattern& pattern) {
-    std::vector<std::string> steps;
-    for (const auto& note : pattern.bassNotes)
-        steps.push_back(fmt::format("{} {} {}", durationLetter(note.noteDuration),
-                                    core::caseName(note.pitch), note.noteVelocity));
-    return fmt::format("{}", fmt::join(steps, ", "));
-}
-
-std::string stepsText(const core::DrumPattern& pattern) {
-    std::vector<std::string> steps;
-    for (const auto& step : pattern.drumNotes) {
-        std::vector<std::string> hits;
-        for (const auto& hit : step.drumMIDINote)
-            hits.push_back(fmt::format("{} {}", core::caseName(hit.noteType), hit.noteVelocity));
-        steps.push_back(
-            fmt::format("{} {}", durationLetter(step.noteDuration), fmt::join(hits, " + ")));
-    }
-    return fmt::format("{}", fmt::join(steps, "; "));
-}
-
-std::string stepsText(const core::ArpeggioSequence& sequence) {
-    std::vector<std::string> steps;
-    for (const auto& step : sequence.sequence) {
-        std::vector<std::string> notes;
-        for (const auto& note : step)
-            notes.push_back(fmt::format("{} {} {}", durationLetter(note.noteDuration),
-                                        core::caseName(note.arpeggioDirection), note.noteVelocity));
-        steps.push_back(fmt::format("{}", fmt::join(notes, " + ")));
-    }
-    return fmt::format("{}", fmt::join(steps, "; "));
-}
-
-void printPatterns(std::ostream& out) {
-    out << "Picking patterns (duration, direction, velocity; + sounds together)\n\n";
-    for (const auto& sequence : core::arpeggioSequences()) {
-        std::vector<std::string> bass, drums;
-        for (const auto& b : sequence.associatedBassPatterns)
-            bass.push_back(b.bassPattern.name);
-        for (const auto& d : sequence.associatedDrumPatterns)
-            drums.push_back(d.drumPattern.name);
-        out << fmt::format("  {:<10} {}\n", sequence.name, core::rawValue(sequence.timeSignature));
-        out << wrapped(stepsText(sequence), 78, "    ") << "\n";
-        out << wrappedItems(bass, 78, "    bass:  ", "           ") << "\n";
-        out << wrappedItems(drums, 78, "    drums: ", "           ") << "\n\n";
-    }
-    out << "Bass patterns\n\n";
-    for (const auto& pattern : core::bassPatterns())
-        out << fmt::format("  {:<12} {}  {}\n", pattern.name, core::rawValue(pattern.timeSignature),
-                           stepsText(pattern));
-    out << "\nDrum patterns\n\n";
-    for (const auto& pattern : core::drumPatterns()) {
-        out << fmt::format("  {:<15} {}\n", pattern.name, core::rawValue(pattern.timeSignature));
-        out << wrapped(stepsText(pattern), 78, "    ") << "\n";
-    }
-    out << "\nDurations: m minim, c crochet, q quaver, s semiquaver, d demisemiquaver.\n";
 }
 
 template <typename T>
@@ -371,8 +211,9 @@ void addTheoryCommands(CLI::App& app, CommandContext& context) {
             if (!filters->key.empty()) {
                 const auto* types = all.types(filters->key);
                 if (!types)
-                    throw CommandError(fmt::format("Unknown filter: {} (choose {})", filters->key,
-                                                   choices(all.keys())));
+                    throw CommandError(
+                        fmt::format("Unknown filter: {} (choose {})", filters->key,
+                                    choices({all.keys().begin(), all.keys().end()})));
                 if (filters->json)
                     context.out << Json(*types).dump() << "\n";
                 else
@@ -390,86 +231,6 @@ void addTheoryCommands(CLI::App& app, CommandContext& context) {
                     context.out << wrappedItems(*all.types(key), 78, fmt::format("{:<8}", key),
                                                 "        ")
                                 << "\n";
-            return 0;
-        };
-    });
-
-    // progression
-    struct ProgressionOptions {
-        std::string numerals;
-        std::string key;
-        std::string mode = "major";
-        bool json = false;
-    };
-    auto progression = std::make_shared<ProgressionOptions>();
-    auto* progressionCommand = app.add_subcommand(
-        "progression", "The chords of a progression in Roman numerals, in a key");
-    progressionCommand
-        ->add_option("NUMERALS", progression->numerals,
-                     "Numerals joined by -, e.g. I-V-vi-IV or i-♭VII-♭VI")
-        ->required();
-    progressionCommand->add_option("--key", progression->key, "The key's note, e.g. C, F#, B♭")
-        ->required();
-    progressionCommand->add_option("--mode", progression->mode, "major (the default) or minor");
-    progressionCommand->add_flag("--json", progression->json, "Print JSON");
-    progressionCommand->callback([&context, progression] {
-        *context.action = [&context, progression] {
-            const auto key = noteFromUserText(progression->key);
-            if (!key) throw CommandError(fmt::format("Unknown note: {}", progression->key));
-            const auto mode = modeFrom(progression->mode);
-            requireNumerals(progression->numerals);
-            const auto chords = Progressions::chords(*key, mode, progression->numerals);
-            const auto names = Progressions::chordNames(*key, mode, progression->numerals);
-            const auto description =
-                Progressions::filledDescription(progression->numerals, *key, mode);
-            if (progression->json) {
-                context.out << Json{{"chords", chordArray(chords)},
-                                    {"names", names},
-                                    {"description", description}}
-                                   .dump()
-                            << "\n";
-                return 0;
-            }
-            context.out << fmt::format("{} in {} {}\n\n", progression->numerals,
-                                       core::rawValue(*key), mode);
-            if (names.empty())
-                context.out << "  No chord can be spelled from these numerals.\n";
-            else
-                context.out << fmt::format("  {}\n", fmt::join(names, "  –  "));
-            if (!description.empty()) context.out << "\n" << wrapped(description, 78, "  ") << "\n";
-            return 0;
-        };
-    });
-
-    // progressions
-    struct ProgressionsOptions {
-        std::string mode;
-        bool json = false;
-    };
-    auto progressions = std::make_shared<ProgressionsOptions>();
-    auto* progressionsCommand =
-        app.add_subcommand("progressions", "The catalogue of progressions, in display order");
-    progressionsCommand->add_option("--mode", progressions->mode,
-                                    "Only major or only minor progressions");
-    progressionsCommand->add_flag("--json", progressions->json, "Print JSON");
-    progressionsCommand->callback([&context, progressions, progressionsCommand] {
-        *context.action = [&context, progressions, progressionsCommand] {
-            std::vector<std::string> modes{"major", "minor"};
-            if (progressionsCommand->count("--mode") > 0) modes = {modeFrom(progressions->mode)};
-            Json all = Json::array();
-            for (const auto& mode : modes) {
-                const auto records = Progressions::all(mode);
-                if (progressions->json)
-                    for (const auto& record : records)
-                        all.push_back(core::toJson(record));
-                else
-                    printProgressions(context.out, mode == "major" ? "Major keys" : "Minor keys",
-                                      records);
-            }
-            if (progressions->json)
-                context.out << all.dump() << "\n";
-            else
-                context.out << "In a key: fretquill progression I-V-vi-IV --key G\n";
             return 0;
         };
     });
@@ -552,27 +313,8 @@ void addTheoryCommands(CLI::App& app, CommandContext& context) {
         };
     });
 
-    // patterns
-    struct PatternsOptions {
-        bool json = false;
-    };
-    auto patterns = std::make_shared<PatternsOptions>();
-    auto* patternsCommand = app.add_subcommand(
-        "patterns", "The jam's picking, bass and drum patterns, with the ones that go together");
-    patternsCommand->add_flag("--json", patterns->json, "Print JSON");
-    patternsCommand->callback([&context, patterns] {
-        *context.action = [&context, patterns] {
-            if (patterns->json)
-                context.out << Json{{"arpeggioSequences", jsonArray(core::arpeggioSequences())},
-                                    {"bassPatterns", jsonArray(core::bassPatterns())},
-                                    {"drumPatterns", jsonArray(core::drumPatterns())}}
-                                   .dump()
-                            << "\n";
-            else
-                printPatterns(context.out);
-            return 0;
-        };
-    });
+    addProgressionCommands(app, context);
+    addPatternCommands(app, context);
 }
 
 } // namespace fq::cli

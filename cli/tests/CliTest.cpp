@@ -1,5 +1,7 @@
+// The chord commands as a person runs them, through the in-process command.
 #include "CliRun.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -86,7 +88,7 @@ TEST(CliTest, ShapesAndFingers) {
 
     const auto text = run({"chord", "shapes", "F", "--limit", "1"});
     EXPECT_NE(text.out.find("133211"), std::string::npos) << text.out;
-    EXPECT_NE(text.out.find("1 │ │ │ 1 1"), std::string::npos) << "the barre on the first fret";
+    EXPECT_NE(text.out.find("1━━━━━━━1━1"), std::string::npos) << "the barre on the first fret";
     EXPECT_NE(text.out.find("│ 3 4 │ │ │"), std::string::npos)
         << "ring and little finger on the third";
 
@@ -94,6 +96,72 @@ TEST(CliTest, ShapesAndFingers) {
         EXPECT_EQ(run({"chord", "fingering", frets, "--json"}).out, "[1,3,4,2,1,1]\n") << frets;
     EXPECT_EQ(run({"chord", "fingering", "x,x,x,x,x,x", "--json"}).out, "[]\n");
     EXPECT_EQ(run({"chord", "fingering", "-1,3,2,0,1,3", "--json"}).out, "[0,3,2,0,1,4]\n");
+}
+
+TEST(CliTest, ShapesShowADozenUnlessAskedForAll) {
+    const auto count = [](const std::string& text) {
+        std::size_t boxes = 0;
+        for (auto at = text.find("╒"); at != std::string::npos; at = text.find("╒", at + 1))
+            ++boxes;
+        for (auto at = text.find("┌"); at != std::string::npos; at = text.find("┌", at + 1))
+            ++boxes;
+        return boxes;
+    };
+    const auto all = nlohmann::json::parse(run({"chord", "shapes", "G", "--json"}).out);
+    ASSERT_GT(all.size(), 12u) << "JSON carries every shape";
+    const auto dozen = run({"chord", "shapes", "G"}).out;
+    EXPECT_EQ(count(dozen), 12u);
+    EXPECT_NE(dozen.find(fmt::format("\n12 of {} (--all for every one)\n", all.size())),
+              std::string::npos)
+        << dozen;
+    const auto every = run({"chord", "shapes", "G", "--all"}).out;
+    EXPECT_EQ(count(every), all.size());
+    EXPECT_EQ(every.find("--all for every one"), std::string::npos);
+    EXPECT_EQ(count(run({"chord", "shapes", "G", "--limit", "2"}).out), 2u);
+    // a label up the neck keeps two columns clear of the next box
+    const auto high = run({"chord", "shapes", "A", "--all"}).out;
+    std::size_t labels = 0;
+    for (auto at = high.find("fr"); at != std::string::npos; at = high.find("fr", at + 1)) {
+        ++labels;
+        const auto after = high.substr(at + 2, 2);
+        EXPECT_TRUE(after.starts_with("\n") || after == "  ") << high.substr(0, at + 4);
+    }
+    EXPECT_GT(labels, 5u);
+}
+
+TEST(CliTest, TypedChordsTuningsAndTypes) {
+    const std::vector<std::pair<const char*, const char*>> symbols{
+        {"C7b9", R"({"rootNote":"C","chordType":"dominant 7th flat 9th","variant":0})"},
+        {"Cm7b5", R"({"rootNote":"C","chordType":"minor 7th flat 5","variant":0})"},
+        {"E#m", R"({"rootNote":"E♯","chordType":"minor","variant":0})"},
+        {"B♯", R"({"rootNote":"B♯","chordType":"major","variant":0})"},
+    };
+    for (const auto& [symbol, chord] : symbols)
+        EXPECT_EQ(json({"chord", "show", symbol})["chord"].dump(), chord) << symbol;
+    const auto dropD = json({"chord", "shapes", "D", "--tuning", "dropD"});
+    for (const char* tuning : {"DROPD", "drop d", "D2,A2,D3,G3,B3,E4", "d a d g b e"})
+        EXPECT_EQ(json({"chord", "shapes", "D", "--tuning", tuning}), dropD) << tuning;
+
+    const auto types = json({"chord", "types"});
+    ASSERT_EQ(types.size(), 49u);
+    EXPECT_EQ(types.front(), "major");
+    EXPECT_EQ(types.back(), "diminished 7th");
+    EXPECT_NE(
+        run({"chord", "types"}).out.find("minor 7th flat 5         min7(♭5)         1-♭3-♭5-♭7\n"),
+        std::string::npos);
+}
+
+TEST(CliTest, DiagramsFollowTheHandAndTheFretboardSettings) {
+    const auto box = [] { return run({"chord", "fingering", "133211"}).out; };
+    EXPECT_NE(box().find("1━━━━━━━1━1"), std::string::npos);
+    ASSERT_EQ(run({"prefs", "set", "left_handed", "true"}).status, 0);
+    EXPECT_NE(box().find("1━1━━━━━━━1"), std::string::npos) << "the highest string on the left";
+    EXPECT_NE(box().find("│ │ │ 4 3 │"), std::string::npos) << box();
+    ASSERT_EQ(run({"prefs", "set", "invertFretboard", "true"}).status, 0);
+    const auto turned = box();
+    EXPECT_LT(turned.find("│ │ │ 4 3 │"), turned.find("╘═╧═╧═╧═╧═╛")) << "the nut at the bottom";
+    run({"prefs", "set", "left_handed", "false"});
+    run({"prefs", "set", "invertFretboard", "false"});
 }
 
 TEST(CliTest, BadInputIsOneLineOnStandardErrorWithStatusOne) {
@@ -111,7 +179,11 @@ TEST(CliTest, BadInputIsOneLineOnStandardErrorWithStatusOne) {
         {{"chord", "shapes", "C", "--tuning", "E,A,D,G,H,E"}, "Unknown note in tuning: H\n"},
         {{"chord", "shapes", "C", "--limit", "-2"}, "The limit must be 0 or more: -2\n"},
         {{"chord", "fingering", "x3201"}, ""},
-        {{"chord", "fingering", "x,3,2,0,1,25"}, ""},
+        {{"chord", "fingering", "x,3,2,0,1,25"}, "Fret 25 is past the 24th: x,3,2,0,1,25\n"},
+        {{"chord", "shapes", "C", "--tuning", "dropZ"},
+         "Unknown tuning: dropZ (name one such as dropD or dadgad, or give six notes like "
+         "D,A,D,G,B,E)\n"},
+        {{"chord", "shapes", "C", "--all", "--limit", "2"}, ""},
         {{"chord", "fingering", "x,3,2,0,1,"}, ""},
         {{"chord", "sing"}, ""},
     };

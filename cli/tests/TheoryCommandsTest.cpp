@@ -1,3 +1,4 @@
+// The theory commands as a person runs them: lists, filters, progressions, today, patterns.
 #include "CliRun.h"
 
 #include <fq/core/ChordDataManager.h>
@@ -92,13 +93,25 @@ TEST(TheoryCommandsTest, ProgressionsInAKey) {
         EXPECT_EQ(minor["names"].dump(), R"(["B♭ minor","G♭ major","D♭ major","A♭ major"])") << key;
         EXPECT_TRUE(contains(minor["description"].get<std::string>(), "(G♭ major)")) << key;
     }
-    // a suffix hides the numeral from the scale, so the offset is 0: in C the letter G has no
-    // spelling at C's pitch and the chord is dropped, while in F the letter G reaches F as G♭♭
-    const auto inC = json({"progression", "I-V7-IV", "--key", "C"});
-    EXPECT_EQ(inC["names"].dump(), R"(["C major","F major"])");
-    EXPECT_EQ(inC["description"], "") << "a progression outside the catalogue has no description";
-    EXPECT_EQ(json({"progression", "ii7-V-I", "--key", "F"})["names"].dump(),
-              R"(["G♭♭ minor","C major","F major"])");
+    // numerals as a guitarist types them, and keys with their mode
+    const std::vector<std::pair<std::vector<const char*>, std::string>> typed{
+        {{"I V7 IV", "--key", "C"}, R"(["C major","G dominant 7th","F major"])"},
+        {{"ii7, V7, Imaj7", "--key", "f"}, R"(["G minor 7th","C dominant 7th","F major 7th"])"},
+        {{"i-VII-VI-V7", "--key", "Am"}, R"(["A minor","G major","F major","E dominant 7th"])"},
+        {{"i iv v", "--key", "f#m"}, R"(["F♯ minor","B minor","C♯ minor"])"},
+        {{"iiø V7b9 i", "--key", "c", "--mode", "minor"},
+         R"(["D minor 7th flat 5","G dominant 7th flat 9th","C minor"])"},
+        {{"vii° I", "--key", "G major"}, R"(["F♯ diminished","G major"])"},
+    };
+    for (auto [arguments, names] : typed) {
+        arguments.insert(arguments.begin(), "progression");
+        EXPECT_EQ(json(arguments)["names"].dump(), names) << arguments[1];
+    }
+    const auto spaced = json({"progression", "I V vi IV", "--key", "C"});
+    EXPECT_TRUE(contains(spaced["description"].get<std::string>(), "(A minor)"))
+        << "blank-separated numerals find the catalogue's description";
+    EXPECT_EQ(json({"progression", "I-V7-IV", "--key", "C"})["description"], "")
+        << "a progression outside the catalogue has no description";
     EXPECT_TRUE(contains(run({"progression", "I-IV-V", "--key", "D"}).out,
                          "D major  –  G major  –  A major"));
 
@@ -225,7 +238,9 @@ TEST(TheoryCommandsTest, PatternsInTheirJsonForms) {
     EXPECT_EQ(patterns["drumPatterns"][9]["drumNotes"][2].dump(),
               R"({"drumMIDINote":[{"noteType":0,"noteVelocity":120}],"noteDuration":0.0625})");
     EXPECT_NE(json({"patterns"})["bassPatterns"][0]["id"], patterns["bassPatterns"][0]["id"]);
-    EXPECT_TRUE(contains(run({"patterns"}).out, "m root 120, m rest 120"));
+    const auto text = run({"patterns"}).out;
+    EXPECT_TRUE(contains(text, "m root 120, m rest 120"));
+    EXPECT_TRUE(contains(text, "Directions: t thumb")) << "the letters of the steps are explained";
 }
 
 TEST(TheoryCommandsTest, BadInputIsOneLineOnStandardError) {
@@ -239,6 +254,11 @@ TEST(TheoryCommandsTest, BadInputIsOneLineOnStandardError) {
          "Unknown mode: Minor (choose major or minor)\n"},
         {{"progression", "I-Q-V", "--key", "C"}, "Not a Roman numeral: Q\n"},
         {{"progression", "I--V", "--key", "C"}, "Missing a numeral in \"I--V\"\n"},
+        {{"progression", "I-V", "--key", "Am", "--mode", "major"},
+         "The key Am is minor, but --mode says major\n"},
+        {{"progression", "I-V", "--key", "Adorian"},
+         "Unknown key: Adorian (a note, then m for minor, e.g. A, Am, f#m, B♭)\n"},
+        {{"progression", "I-Vsus7", "--key", "C"}, "Unknown chord suffix: sus7 in Vsus7\n"},
         {{"progression", "I-V"}, ""},
         {{"progressions", "--mode", "lydian"}, "Unknown mode: lydian (choose major or minor)\n"},
         {{"today", "--date", "2025-02-29"}, "Invalid date: 2025-02-29 (expected YYYY-MM-DD)\n"},

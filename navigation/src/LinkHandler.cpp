@@ -11,6 +11,8 @@
 #include <fq/personal/PreferenceKeys.h>
 #include <fq/personal/UserLibraryStore.h>
 
+#include <asio/post.hpp>
+
 #include <algorithm>
 
 namespace fq::navigation {
@@ -156,7 +158,7 @@ void handleChordURL(std::string_view url, const NavigationContext& context) {
     const auto parsed = ChordURLParser::parseChordURL(url);
     if (!parsed) return;
     auto& router = context.router;
-    router.mainQueue().post(
+    asio::post(router.executor(),
         [&router, route = chordRoute(parsed->chord, parsed->selectedPosition)]() mutable {
             router.navigate(std::move(route));
         });
@@ -187,7 +189,7 @@ void handleSearchIdentifier(std::string_view identifier, const NavigationContext
     }
     if (!route) return;
     auto& router = context.router;
-    router.mainQueue().post(
+    asio::post(router.executor(),
         [&router, route = std::move(*route)]() mutable { router.navigate(std::move(route)); });
 }
 

@@ -1,3 +1,5 @@
+// Which stored types stand in for which when a value is read as another type.
+
 #include "fq/personal/StoreValue.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// Pending announcements kept in the store: their order, unreadable lists never overwritten, and
+// writers racing.
+
 #include "fq/personal/StoredNotificationCenter.h"
 
 #include "TemporaryStore.h"
@@ -32,7 +35,7 @@ std::vector<std::string> identifiers(const std::vector<NotificationRequest>& req
     return result;
 }
 
-class StoredNotificationCenterTest : public TemporaryStoreTest {};
+using StoredNotificationCenterTest = TemporaryStoreTest;
 
 TEST_F(StoredNotificationCenterTest, AddReplaceAndRemoveKeepFirstAddedOrder) {
     StoredNotificationCenter center(store_);

@@ -1,3 +1,5 @@
+// The main settings: their defaults, changes stored at once, and other processes' changes.
+
 #include "fq/personal/UserPreferences.h"
 
 #include "TemporaryStore.h"
@@ -7,7 +9,7 @@ namespace {
 
 using core::GuitarTuning;
 
-class UserPreferencesTest : public TemporaryStoreTest {};
+using UserPreferencesTest = TemporaryStoreTest;
 
 TEST_F(UserPreferencesTest, AFreshStoreHasTheSevenDefaults) {
     const UserPreferences preferences(store_);

@@ -44,7 +44,7 @@ fs::path scratchFolder(const char* name) {
     return folder;
 }
 
-documents::DocumentsDirectory at(const fs::path& folder) {
+fq::documents::DocumentsDirectory at(const fs::path& folder) {
     return [folder]() -> tl::expected<fs::path, fq::Error> { return folder; };
 }
 

@@ -2,6 +2,7 @@
 
 #include "AudioCommands.h"
 #include "ChordCommands.h"
+#include "CommandSupport.h"
 #include "LibraryCommands.h"
 #include "LinkCommands.h"
 #include "MetronomeCommands.h"

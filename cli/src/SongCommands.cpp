@@ -1,7 +1,7 @@
 #include "SongCommands.h"
 
+#include "ChordInput.h"
 #include "CommandSupport.h"
-#include "fq/app/ChordInput.h"
 
 #include <fq/core/ChordDataManager.h>
 #include <fq/core/Diagnostics.h>
@@ -22,6 +22,9 @@
 #include <vector>
 
 namespace fq::cli {
+
+using documents::defaultDocumentsDirectory;
+using documents::folderEntry;
 namespace {
 
 namespace fs = std::filesystem;

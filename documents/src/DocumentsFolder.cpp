@@ -26,7 +26,7 @@ MainContext immediateContext() {
 }
 
 tl::expected<fs::path, Error> defaultDocumentsDirectory() {
-    const auto folder = personal::documentsDirectory();
+    const auto folder = documentsDirectory();
     std::error_code error;
     fs::create_directories(folder, error);
     if (error || !fs::is_directory(folder, error))

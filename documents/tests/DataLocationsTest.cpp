@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-namespace fq::personal {
+namespace fq::documents {
 namespace {
 
 namespace fs = std::filesystem;
@@ -94,4 +94,4 @@ TEST(DataLocationsTest, LookingUpCreatesNothing) {
 }
 
 } // namespace
-} // namespace fq::personal
+} // namespace fq::documents

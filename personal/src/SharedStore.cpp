@@ -407,7 +407,7 @@ tl::expected<std::shared_ptr<SharedStore>, Error> SharedStore::open(const fs::pa
 }
 
 tl::expected<std::shared_ptr<SharedStore>, Error> SharedStore::openDefault() {
-    const auto folder = configDirectory();
+    const auto folder = documents::configDirectory();
     std::error_code error;
     fs::create_directories(folder, error);
     if (error)

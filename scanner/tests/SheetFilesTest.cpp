@@ -1,6 +1,7 @@
 #include "SheetTestSupport.h"
 
 #include <fq/core/CapturedDiagnostics.h>
+#include <fq/documents/DurableFile.h>
 #include <fq/scanner/SheetsViewModel.h>
 #include <fq/test/Python.h>
 #include <fq/test/TemporaryFolder.h>

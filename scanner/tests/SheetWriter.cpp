@@ -21,5 +21,5 @@ int main(int argc, char** argv) {
                                {}});
     const std::string versions[2] = {*small.fileWrapper(), *large.fileWrapper()};
     for (unsigned long round = 0;; ++round)
-        if (!documents::writeFileDurably(argv[1], versions[round % 2])) return 1;
+        if (!fq::documents::writeFileDurably(argv[1], versions[round % 2])) return 1;
 }

@@ -10,6 +10,11 @@
 #include <utility>
 
 namespace fq::songmaker {
+
+using documents::decodePropertyList;
+using documents::DictionaryFields;
+using documents::encodeBinaryPropertyList;
+using documents::storedChord;
 namespace {
 
 using Json = nlohmann::json;

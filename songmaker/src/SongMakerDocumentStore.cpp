@@ -14,6 +14,12 @@
 #include <memory>
 
 namespace fq::songmaker {
+
+using documents::DocumentsChangeObserver;
+using documents::DocumentsDirectory;
+using documents::filesWithExtension;
+using documents::folderEntry;
+using documents::MainContext;
 namespace {
 
 namespace fs = std::filesystem;

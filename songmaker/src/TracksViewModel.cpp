@@ -16,6 +16,11 @@
 #include <set>
 
 namespace fq::songmaker {
+
+using documents::DocumentsChangeObserver;
+using documents::DocumentsDirectory;
+using documents::filesWithExtension;
+using documents::MainContext;
 namespace {
 
 namespace fs = std::filesystem;

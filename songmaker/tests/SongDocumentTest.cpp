@@ -8,6 +8,9 @@
 #include <functional>
 
 namespace fq::songmaker {
+
+using documents::decodePropertyList;
+using documents::encodeBinaryPropertyList;
 namespace {
 
 using namespace testing;

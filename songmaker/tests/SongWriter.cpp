@@ -27,5 +27,5 @@ int main(int argc, char** argv) {
     std::fputs("writing\n", stdout);
     std::fflush(stdout);
     for (unsigned long round = 0;; ++round)
-        if (!documents::writeFileDurably(argv[1], versions[round % 2])) return 1;
+        if (!fq::documents::writeFileDurably(argv[1], versions[round % 2])) return 1;
 }

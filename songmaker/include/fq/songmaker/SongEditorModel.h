@@ -18,6 +18,12 @@
 
 namespace fq::songmaker {
 
+using documents::defaultDocumentsDirectory;
+using documents::DocumentsChangeObserver;
+using documents::DocumentsDirectory;
+using documents::immediateContext;
+using documents::MainContext;
+
 enum class KeySignatureQuality { major, minor };
 
 namespace config {

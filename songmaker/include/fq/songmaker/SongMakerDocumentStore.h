@@ -15,6 +15,12 @@
 
 namespace fq::songmaker {
 
+using documents::defaultDocumentsDirectory;
+using documents::DocumentsChangeObserver;
+using documents::DocumentsDirectory;
+using documents::immediateContext;
+using documents::MainContext;
+
 /// The store's own failures, with the texts a person sees.
 struct SongMakerDocumentStoreError {
     static Error fileAlreadyExists(std::string_view name);

@@ -14,6 +14,12 @@
 
 namespace fq::songmaker {
 
+using documents::defaultDocumentsDirectory;
+using documents::DocumentsChangeObserver;
+using documents::DocumentsDirectory;
+using documents::immediateContext;
+using documents::MainContext;
+
 /// A row of the track list; the id is new at every listing.
 struct DocumentItem {
     core::Uuid id = core::Uuid::random();

@@ -1,3 +1,5 @@
+// The library commands: tunings, settings, favourites and collections.
+
 #include "LibraryCommands.h"
 
 #include "CommandSupport.h"

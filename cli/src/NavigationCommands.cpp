@@ -1,3 +1,5 @@
+// The navigation commands: following links and identifiers, searching the index.
+
 #include "NavigationCommands.h"
 
 #include "CommandSupport.h"

@@ -4,6 +4,7 @@
 #include "CliRun.h"
 
 #include <fq/test/TemporaryFolder.h>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <spawn.h>
@@ -53,9 +54,10 @@ TEST(LibraryCommandsTest, PreferencesReadAndChange) {
     // in text, what a person sets; the program's own keys only when asked for
     const auto settings = run({"prefs", "list"}).out;
     const auto everything = run({"prefs", "list", "--all"}).out;
-    for (const auto& [line, shownWithoutAll] :
-         {std::pair{"a4Frequency = 440.0\n", true}, {"tempo = 120\n", true},
-          {"favouritedChords = []\n", false}, {"selectedTab = 1\n", false}}) {
+    for (const auto& [line, shownWithoutAll] : {std::pair{"a4Frequency = 440.0\n", true},
+                                                {"tempo = 120\n", true},
+                                                {"favouritedChords = []\n", false},
+                                                {"selectedTab = 1\n", false}}) {
         EXPECT_EQ(settings.find(line) != std::string::npos, shownWithoutAll) << line;
         EXPECT_NE(everything.find(line), std::string::npos) << line;
     }

@@ -93,8 +93,8 @@ TEST(NavigationCommandsTest, OwnCollectionsAreFoundAfterTheyAreMade) {
 
     // a stored title reaches the terminal without its escape sequences
     ASSERT_EQ(run({"collections", "create", "Evil\x1b[2J"}).status, 0);
-    for (const auto& printed :
-         {run({"open", "com.kelvane.fretquill.collection.evil-2j"}).out, run({"search", "evil"}).out}) {
+    for (const auto& printed : {run({"open", "com.kelvane.fretquill.collection.evil-2j"}).out,
+                                run({"search", "evil"}).out}) {
         EXPECT_NE(printed.find("Evil\\x1B[2J"), std::string::npos) << printed;
         EXPECT_EQ(printed.find('\x1b'), std::string::npos) << printed;
     }

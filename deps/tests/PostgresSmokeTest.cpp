@@ -4,6 +4,7 @@
 #include "DepsTestSupport.h"
 
 #include <fq/test/TemporaryFolder.h>
+
 #include <gtest/gtest.h>
 #include <libpq-fe.h>
 #include <pwd.h>
@@ -66,7 +67,8 @@ TEST(PostgresSmoke, ConnectsOverTheSocketAndQueries) {
     } stop{[&] { run({(*bin / "pg_ctl").string(), "-D", data.string(), "-m", "fast", "stop"}); }};
     ASSERT_EQ(started, 0) << std::ifstream(folder / "server.log").rdbuf();
 
-    const std::string conninfo = "host=" + folder.path().string() + " user=postgres dbname=postgres";
+    const std::string conninfo =
+        "host=" + folder.path().string() + " user=postgres dbname=postgres";
     const std::unique_ptr<PGconn, decltype(&PQfinish)> connection(PQconnectdb(conninfo.c_str()),
                                                                   PQfinish);
     ASSERT_EQ(PQstatus(connection.get()), CONNECTION_OK) << PQerrorMessage(connection.get());

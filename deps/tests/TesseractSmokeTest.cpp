@@ -4,6 +4,7 @@
 #include "DepsTestSupport.h"
 
 #include <fq/test/TemporaryFolder.h>
+
 #include <gtest/gtest.h>
 #include <leptonica/allheaders.h>
 #include <tesseract/baseapi.h>
@@ -18,11 +19,11 @@ TEST(TesseractSmoke, ReadsARenderedWordWhereItWasDrawn) {
     const fq::test::TemporaryFolder folder;
     const auto image = folder / "word.png";
     const auto log = folder / "convert.log";
-    ASSERT_EQ(fq::deps_test::runProgram(
-                  {"/usr/bin/convert", "-size", "600x160", "xc:white", "-font",
-                   "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf", "-pointsize", "72", "-fill",
-                   "black", "-annotate", "+20+110", "Guitar", image.string()},
-                  log, folder.path()),
+    ASSERT_EQ(fq::deps_test::runProgram({"/usr/bin/convert", "-size", "600x160", "xc:white",
+                                         "-font", "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
+                                         "-pointsize", "72", "-fill", "black", "-annotate",
+                                         "+20+110", "Guitar", image.string()},
+                                        log, folder.path()),
               0)
         << std::ifstream(log).rdbuf();
 

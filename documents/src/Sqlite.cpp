@@ -109,11 +109,10 @@ Result<Connection> Connection::openImmutable(const std::filesystem::path& file) 
     }
     uri += "?immutable=1";
     sqlite3* db = nullptr;
-    const int code =
-        sqlite3_open_v2(uri.c_str(), &db,
-                        SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX |
-                            SQLITE_OPEN_EXRESCODE,
-                        nullptr);
+    const int code = sqlite3_open_v2(uri.c_str(), &db,
+                                     SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX |
+                                         SQLITE_OPEN_EXRESCODE,
+                                     nullptr);
     Connection connection(db);
     if (code != SQLITE_OK) return tl::unexpected(failureOf(db, code));
     return connection;

@@ -1,3 +1,5 @@
+// Links, identifiers and activities turned into routes or hand-over keys.
+
 #include "fq/navigation/LinkHandler.h"
 
 #include "LinkParts.h"
@@ -159,9 +161,9 @@ void handleChordURL(std::string_view url, const NavigationContext& context) {
     if (!parsed) return;
     auto& router = context.router;
     asio::post(router.executor(),
-        [&router, route = chordRoute(parsed->chord, parsed->selectedPosition)]() mutable {
-            router.navigate(std::move(route));
-        });
+               [&router, route = chordRoute(parsed->chord, parsed->selectedPosition)]() mutable {
+                   router.navigate(std::move(route));
+               });
 }
 
 void handleSearchIdentifier(std::string_view identifier, const NavigationContext& context) {
@@ -189,8 +191,9 @@ void handleSearchIdentifier(std::string_view identifier, const NavigationContext
     }
     if (!route) return;
     auto& router = context.router;
-    asio::post(router.executor(),
-        [&router, route = std::move(*route)]() mutable { router.navigate(std::move(route)); });
+    asio::post(router.executor(), [&router, route = std::move(*route)]() mutable {
+        router.navigate(std::move(route));
+    });
 }
 
 void handleSearchActivity(const UserActivity& activity, const NavigationContext& context) {

@@ -1,3 +1,5 @@
+// The navigation path and its replace-after-one-yield rule.
+
 #include "fq/navigation/Router.h"
 
 #include <asio/post.hpp>

@@ -1,3 +1,5 @@
+// Links, identifiers and activities: which route or keys each gives, and silence for the rest.
+
 #include "fq/navigation/LinkHandler.h"
 
 #include "fq/navigation/SpotlightItemFactory.h"
@@ -6,9 +8,9 @@
 #include <fq/core/Uuid.h>
 #include <fq/personal/PreferenceKeys.h>
 #include <fq/personal/UserLibraryStore.h>
+#include <fq/test/TemporaryFolder.h>
 
 #include <asio/io_context.hpp>
-#include <fq/test/TemporaryFolder.h>
 #include <gtest/gtest.h>
 
 namespace fq::navigation {

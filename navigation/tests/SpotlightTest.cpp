@@ -1,15 +1,14 @@
 // Search records, the indexer's rebuild rule and batches, and what typed queries find.
 
-#include "fq/navigation/SpotlightIndexer.h"
-
 #include "fq/navigation/LinkHandler.h"
+#include "fq/navigation/SpotlightIndexer.h"
 
 #include <fq/core/CapturedDiagnostics.h>
 #include <fq/core/Diagnostics.h>
 #include <fq/personal/PreferenceKeys.h>
+#include <fq/test/TemporaryFolder.h>
 
 #include <asio/io_context.hpp>
-#include <fq/test/TemporaryFolder.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>

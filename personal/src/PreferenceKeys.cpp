@@ -1,3 +1,5 @@
+// Every key of the shared store, declared once, with typed reads and writes.
+
 #include "fq/personal/PreferenceKeys.h"
 
 #include <fq/core/Chord.h>

@@ -1,3 +1,5 @@
+// The shared preference store over SQLite: schema, transactions, change log and polling.
+
 #include "fq/personal/SharedStore.h"
 
 #include "fq/documents/DataLocations.h"
@@ -78,8 +80,7 @@ std::string removeFailure(std::string_view key) {
 
 constexpr std::string_view updateFailure = "Cannot change the preference store";
 
-Error failed(std::string_view what, std::string_view reason,
-             ErrorKind kind = ErrorKind::refused) {
+Error failed(std::string_view what, std::string_view reason, ErrorKind kind = ErrorKind::refused) {
     return Error{fmt::format("{}: {}", what, reason), kind};
 }
 
@@ -328,12 +329,12 @@ SharedStore::~SharedStore() = default;
 
 tl::expected<std::shared_ptr<SharedStore>, Error> SharedStore::open(const fs::path& file) {
     const auto fail = [&file](std::string_view reason, ErrorKind kind) {
-        return tl::unexpected(Error{
-            fmt::format("Cannot open the preference store at {}: {}", file.string(), reason),
-            kind});
+        return tl::unexpected(
+            Error{fmt::format("Cannot open the preference store at {}: {}", file.string(), reason),
+                  kind});
     };
     const auto failWith = [&](const sqlite::Failure& failure) {
-        const auto kind = isDamage(failure)                ? ErrorKind::corrupt
+        const auto kind = isDamage(failure)              ? ErrorKind::corrupt
                           : failure.code == SQLITE_ERROR ? ErrorKind::refused
                                                          : ErrorKind::io;
         return fail(reasonOf(failure, file), kind);
@@ -355,8 +356,9 @@ tl::expected<std::shared_ptr<SharedStore>, Error> SharedStore::open(const fs::pa
     }
     // In WAL mode even a reader writes the shared-memory file beside the store, so a
     // store this process may not write is read as it stands on disk instead.
-    const auto failure = !opened ? opened.error() : contents ? sqlite::Failure{SQLITE_OK, {}}
-                                                             : contents.error();
+    const auto failure = !opened    ? opened.error()
+                         : contents ? sqlite::Failure{SQLITE_OK, {}}
+                                    : contents.error();
     bool readOnly = false;
     if ((failure.code == SQLITE_READONLY || failure.code == SQLITE_CANTOPEN) &&
         fs::exists(file, error)) {
@@ -456,9 +458,8 @@ std::vector<std::string> SharedStore::keys() const {
     std::lock_guard lock(mutex_);
     auto keys = state_->allKeys();
     if (!keys) {
-        fq::diagnostic(
-            fmt::format("Cannot list the keys of the preference store: {}",
-                        reasonOf(keys.error(), file_)));
+        fq::diagnostic(fmt::format("Cannot list the keys of the preference store: {}",
+                                   reasonOf(keys.error(), file_)));
         return {};
     }
     return std::move(*keys);

@@ -1,3 +1,5 @@
+// Favourites, collections and recent chords as JSON lists in the shared store.
+
 #include "fq/personal/UserLibraryStore.h"
 
 #include "fq/personal/PreferenceKeys.h"
@@ -181,8 +183,8 @@ tl::expected<std::size_t, Error> collectionIndex(std::span<const ChordCollection
     const auto title = core::text::trimmed(reference);
     if (auto exact = indexWhere([&](const auto& c) { return c.title == title; })) return *exact;
     const auto folded = core::text::asciiUpper(title);
-    if (auto loose = indexWhere(
-            [&](const auto& c) { return core::text::asciiUpper(c.title) == folded; }))
+    if (auto loose =
+            indexWhere([&](const auto& c) { return core::text::asciiUpper(c.title) == folded; }))
         return *loose;
     return tl::unexpected(FretquillUserLibraryStoreError::collectionNotFound(reference));
 }

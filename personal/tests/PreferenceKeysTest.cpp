@@ -20,9 +20,14 @@ TEST_F(PreferenceKeysTest, EveryKeyIsDeclaredOnceAndReadsItsDefaultWhenNothingIs
     }
     // a person's own settings, as against lists with their own commands and the program's keys
     for (const auto& [name, setting] : std::vector<std::pair<std::string_view, bool>>{
-             {"a4Frequency", true}, {"enabledTunings", true}, {"tempo", true},
-             {"left_handed", true}, {"favouritedChords", false}, {"selectedTab", false},
-             {"isMetronomeOn", false}, {"cloudSyncMigrationVersion", false},
+             {"a4Frequency", true},
+             {"enabledTunings", true},
+             {"tempo", true},
+             {"left_handed", true},
+             {"favouritedChords", false},
+             {"selectedTab", false},
+             {"isMetronomeOn", false},
+             {"cloudSyncMigrationVersion", false},
              {"FretquillSpotlightIndexedLanguageCode", false}}) {
         ASSERT_NE(preferenceKey(name), nullptr) << name;
         EXPECT_EQ(isPersonalSetting(*preferenceKey(name)), setting) << name;

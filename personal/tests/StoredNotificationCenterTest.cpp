@@ -9,7 +9,6 @@
 #include <fq/core/TodayChordLibrary.h>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <thread>
 
@@ -55,13 +54,6 @@ TEST_F(StoredNotificationCenterTest, AddReplaceAndRemoveKeepFirstAddedOrder) {
     // another connection, as another process would see it
     EXPECT_EQ(identifiers(StoredNotificationCenter(openStore()).pending()),
               (std::vector<std::string>{"a", "c"}));
-
-    const auto bytes = store_->bytes(keys::pendingNotificationRequests.name);
-    ASSERT_TRUE(bytes);
-    const auto json = nlohmann::json::parse(bytes->begin(), bytes->end());
-    ASSERT_TRUE(json.is_array());
-    EXPECT_EQ(json[1]["identifier"], "c");
-    EXPECT_EQ(json[1]["trigger"]["day"], 3);
 }
 
 TEST_F(StoredNotificationCenterTest, AnUnreadableListIsNeverOverwritten) {
@@ -104,15 +96,9 @@ TEST_F(StoredNotificationCenterTest, SchedulingAMonthTwiceKeepsOneRequestPerDay)
     const core::TodayChordLibrary library;
     const auto random = [](int low, int) { return low; };
     const core::DateComponents now{2026, 1, 1, 0, 0, 0};
-    EXPECT_EQ(
-        library.scheduleNotifications(core::ChordCategory::jazz, 0, center, now, random).size(),
-        31u);
-    EXPECT_EQ(
-        library.scheduleNotifications(core::ChordCategory::jazz, 0, center, now, random).size(),
-        31u);
-    EXPECT_EQ(
-        library.scheduleNotifications(core::ChordCategory::beginner, 0, center, now, random).size(),
-        31u);
+    for (const auto category :
+         {core::ChordCategory::jazz, core::ChordCategory::jazz, core::ChordCategory::beginner})
+        EXPECT_EQ(library.scheduleNotifications(category, 0, center, now, random).size(), 31u);
     const auto pending = center.pending();
     ASSERT_EQ(pending.size(), 62u);
     EXPECT_EQ(pending.front().identifier, "chordOfTheDay_jazz_2026_1_1");

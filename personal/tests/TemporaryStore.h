@@ -6,6 +6,7 @@
 #include "fq/personal/SharedStore.h"
 
 #include <fq/test/TemporaryFolder.h>
+
 #include <gtest/gtest.h>
 
 #include <filesystem>

@@ -1,5 +1,7 @@
 #pragma once
 
+// Routes, the one value that says what to show, and the router that owns the navigation path.
+
 #include <fq/core/Chord.h>
 #include <fq/core/Executor.h>
 

@@ -52,16 +52,18 @@ TEST(LibraryCommandsTest, PreferencesReadAndChange) {
          {"a4Frequency", "enabledTunings", "favouritedChords", "metronome_presets", "tempo"})
         EXPECT_TRUE(all.contains(key)) << key;
     // in text, what a person sets; the program's own keys only when asked for
-    const auto settings = run({"prefs", "list"}).out;
-    const auto everything = run({"prefs", "list", "--all"}).out;
-    for (const auto& [line, shownWithoutAll] : {std::pair{"a4Frequency = 440.0\n", true},
-                                                {"tempo = 120\n", true},
-                                                {"favouritedChords = []\n", false},
-                                                {"selectedTab = 1\n", false}}) {
-        EXPECT_EQ(settings.find(line) != std::string::npos, shownWithoutAll) << line;
-        EXPECT_NE(everything.find(line), std::string::npos) << line;
+    const auto settings = "\n" + run({"prefs", "list"}).out;
+    const auto everything = "\n" + run({"prefs", "list", "--all"}).out;
+    for (const auto& [key, shownWithoutAll] :
+         std::vector<std::pair<std::string, bool>>{{"a4Frequency", true},
+                                                   {"invertFretboard", true},
+                                                   {"favouritedChords", false},
+                                                   {"selectedTab", false}}) {
+        const auto line = "\n" + key + " = ";
+        EXPECT_EQ(settings.find(line) != std::string::npos, shownWithoutAll) << key;
+        EXPECT_NE(everything.find(line), std::string::npos) << key;
     }
-    EXPECT_EQ(std::count(everything.begin(), everything.end(), '\n'), std::ssize(all));
+    EXPECT_EQ(std::count(everything.begin(), everything.end(), '\n'), std::ssize(all) + 1);
 
     EXPECT_EQ(json({"prefs", "get", "metronomeKeyIndex"}).dump(), R"({"metronomeKeyIndex":1})");
     EXPECT_EQ(json({"prefs", "set", "currentRootNote", "Bb"}).dump(),

@@ -6,8 +6,6 @@
 #include "TemporaryStore.h"
 #include "fq/personal/PreferenceKeys.h"
 
-#include <fq/core/TodayChordLibrary.h>
-
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -89,23 +87,6 @@ TEST_F(StoredNotificationCenterTest, ConcurrentWritersLoseNothing) {
     first.join();
     second.join();
     EXPECT_EQ(StoredNotificationCenter(store_).pending().size(), 2u * perWriter);
-}
-
-TEST_F(StoredNotificationCenterTest, SchedulingAMonthTwiceKeepsOneRequestPerDay) {
-    StoredNotificationCenter center(store_);
-    const core::TodayChordLibrary library;
-    const auto random = [](int low, int) { return low; };
-    const core::DateComponents now{2026, 1, 1, 0, 0, 0};
-    for (const auto category :
-         {core::ChordCategory::jazz, core::ChordCategory::jazz, core::ChordCategory::beginner})
-        EXPECT_EQ(library.scheduleNotifications(category, 0, center, now, random).size(), 31u);
-    const auto pending = center.pending();
-    ASSERT_EQ(pending.size(), 62u);
-    EXPECT_EQ(pending.front().identifier, "chordOfTheDay_jazz_2026_1_1");
-    EXPECT_EQ(pending.front().trigger, (core::DateComponents{2026, 1, 1, 8, 0, 0}));
-    EXPECT_EQ(pending.front().title, "Master this chord today!");
-    EXPECT_TRUE(pending.front().body.starts_with("Today's chord is ")) << pending.front().body;
-    EXPECT_EQ(pending.back().identifier, "chordOfTheDay_beginner_2026_1_31");
 }
 
 } // namespace

@@ -1,6 +1,6 @@
-// The shared preference store: a poll that finds nothing (run on a timer by the main
-// loop, so it must cost next to nothing), a poll that finds one change, and the reads
-// and writes behind every setting.
+// The shared preference store: opening it (every command does, and the pages are checked for
+// damage each time), a poll that finds nothing (run on a timer by the main loop, so it must cost
+// next to nothing), a poll that finds one change, and the reads and writes behind every setting.
 #include <fq/personal/SharedStore.h>
 
 #include <benchmark/benchmark.h>
@@ -33,6 +33,22 @@ struct TemporaryFolder {
         return *store;
     }
 };
+
+/// A store holding `state.range(0)` remembered shape lists of about a kilobyte each.
+void BM_Open(benchmark::State& state) {
+    TemporaryFolder temporary;
+    {
+        auto store = temporary.open();
+        (void)store->update([&](SharedStore::Transaction& transaction) {
+            for (std::int64_t i = 0; i < state.range(0); ++i)
+                (void)transaction.set("positions." + std::to_string(i),
+                                      fq::core::Bytes(1000, static_cast<std::uint8_t>(i)));
+        });
+    }
+    for (auto _ : state)
+        benchmark::DoNotOptimize(temporary.open());
+}
+BENCHMARK(BM_Open)->Arg(0)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
 
 void BM_PollWithoutChanges(benchmark::State& state) {
     TemporaryFolder temporary;

@@ -1,3 +1,5 @@
+// The library commands: tunings, settings, favourites and collections.
+
 #include "LibraryCommands.h"
 
 #include "CommandSupport.h"
@@ -98,14 +100,15 @@ void printCollections(std::ostream& out,
         std::vector<std::string> names;
         for (const auto& chord : collection.chords)
             names.push_back(chordName(chord));
-        out << fmt::format("{}  {}\n  {}\n", collection.title, collection.id,
+        out << fmt::format("{}  {}\n  {}\n", printable(collection.title), printable(collection.id),
                            names.empty() ? std::string("(no chords yet)")
                                          : fmt::format("{}", fmt::join(names, ", ")));
     }
 }
 
+/// A stored value as a line of text: stored text may hold anything, so it is made printable.
 std::string textOf(const nlohmann::json& value) {
-    return value.is_string() ? value.get<std::string>() : value.dump();
+    return value.is_string() ? printable(value.get<std::string>()) : value.dump();
 }
 
 } // namespace
@@ -140,6 +143,7 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
         std::string key;
         std::string value;
         bool json = false;
+        bool all = false;
     };
     const auto keyOf = [](const std::string& name) {
         const auto* key = personal::preferenceKey(name);
@@ -157,15 +161,26 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
 
     auto list = std::make_shared<PrefsOptions>();
     auto* listCommand = prefs->add_subcommand(
-        "list", "Every setting with its value (the default where none is stored)");
+        "list", "Your settings with their values (the default where none is stored)");
+    listCommand->add_flag("--all", list->all,
+                          "Also the keys the program keeps for itself (always in --json)");
     listCommand->add_flag("--json", list->json, "Print JSON");
     listCommand->callback([&context, list, printValues] {
-        *context.action = [list, printValues] {
+        *context.action = [&context, list, printValues] {
+            const auto store = appStore();
             Json values = Json::object();
-            for (const auto& key : personal::allPreferenceKeys())
-                values[std::string(personal::nameOf(key))] =
-                    personal::currentValue(*appStore(), key);
+            std::size_t hidden = 0;
+            for (const auto& key : personal::allPreferenceKeys()) {
+                if (list->json || list->all || personal::isPersonalSetting(key))
+                    values[std::string(personal::nameOf(key))] =
+                        personal::currentValue(*store, key);
+                else
+                    ++hidden;
+            }
             printValues(values, list->json);
+            if (hidden > 0)
+                context.out << fmt::format("({} keys the program keeps: prefs list --all)\n",
+                                           hidden);
             return 0;
         };
     });
@@ -201,6 +216,7 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
 
     // favorites
     auto* favorites = app.add_subcommand("favorites", "Your favourite chords");
+    favorites->alias("favourites");
     favorites->require_subcommand(1);
     struct ChordOptions {
         ChordSelection chord;
@@ -289,7 +305,7 @@ void addLibraryCommands(CLI::App& app, CommandContext& context) {
         if (entry.takesID)
             command
                 ->add_option("ID", options->collection,
-                             "The collection's id (collections list shows it)")
+                             "The collection's id or title (collections list shows both)")
                 ->required();
         if (entry.takesName)
             command->add_option("NAME", options->name, "The collection's name")->required();

@@ -1,5 +1,7 @@
 #pragma once
 
+// The library commands: tunings, settings, favourites and collections.
+
 #include "ChordCommands.h"
 
 namespace fq::cli {

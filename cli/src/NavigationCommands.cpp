@@ -1,3 +1,5 @@
+// The navigation commands: following links and identifiers, searching the index.
+
 #include "NavigationCommands.h"
 
 #include "CommandSupport.h"
@@ -9,6 +11,7 @@
 #include <fq/navigation/SpotlightIndexer.h>
 #include <fq/personal/PreferenceKeys.h>
 
+#include <asio/io_context.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -111,15 +114,15 @@ void addNavigationCommands(CLI::App& app, CommandContext& context) {
                 if (std::find(written.begin(), written.end(), key) == written.end())
                     written.emplace_back(key);
             });
-            nav::MainQueue main;
-            nav::Router router{main};
+            asio::io_context main;
+            nav::Router router{main.get_executor()};
             const nav::NavigationContext navigation{router, store, nullptr};
             // a link has a scheme; anything else can only be an item identifier
             if (open->target.find(':') != std::string::npos)
                 nav::handleChordURL(open->target, navigation);
             else
                 nav::handleSearchIdentifier(open->target, navigation);
-            main.runAll();
+            main.run();
             token.reset();
 
             Json result = Json::object();
@@ -143,7 +146,7 @@ void addNavigationCommands(CLI::App& app, CommandContext& context) {
                     context.out << "\n";
                 } else {
                     const auto& collection = *route.chordCollection();
-                    context.out << collection.title << " (" << collection.chords.size()
+                    context.out << printable(collection.title) << " (" << collection.chords.size()
                                 << " chords)\n";
                 }
             } else if (result.contains("keys")) {
@@ -181,8 +184,8 @@ void addNavigationCommands(CLI::App& app, CommandContext& context) {
             }
             if (hits.empty()) context.out << "Nothing found.\n";
             for (const auto& hit : hits)
-                context.out << fmt::format("{:<28} {:<12} {}\n", hit.title, hit.symbol.value_or(""),
-                                           linkOf(hit));
+                context.out << fmt::format("{:<28} {:<12} {}\n", printable(hit.title),
+                                           hit.symbol.value_or(""), printable(linkOf(hit)));
             return 0;
         };
     });

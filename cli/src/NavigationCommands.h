@@ -1,5 +1,7 @@
 #pragma once
 
+// The navigation commands: following links and identifiers, searching the index.
+
 #include "ChordCommands.h"
 
 namespace fq::cli {

@@ -1,3 +1,5 @@
+// The navigation commands: following links and identifiers, and searching the index.
+
 #include "CliRun.h"
 
 #include <gtest/gtest.h>
@@ -88,6 +90,14 @@ TEST(NavigationCommandsTest, OwnCollectionsAreFoundAfterTheyAreMade) {
         jsonOf({"open", "fretquill://spotlight/com.kelvane.fretquill.collection.campfire-songs",
                 "--json"});
     EXPECT_EQ(opened["route"]["collection"]["subtitle"], "This is a collection created by you");
+
+    // a stored title reaches the terminal without its escape sequences
+    ASSERT_EQ(run({"collections", "create", "Evil\x1b[2J"}).status, 0);
+    for (const auto& printed : {run({"open", "com.kelvane.fretquill.collection.evil-2j"}).out,
+                                run({"search", "evil"}).out}) {
+        EXPECT_NE(printed.find("Evil\\x1B[2J"), std::string::npos) << printed;
+        EXPECT_EQ(printed.find('\x1b'), std::string::npos) << printed;
+    }
 
     const auto rebuilt = jsonOf({"index", "rebuild", "--json"});
     EXPECT_EQ(rebuilt["rebuilt"], true);

@@ -1,49 +1,24 @@
 #pragma once
 
+// For the smoke tests: runs a helper program with no shell in between.
+
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <vector>
 
 extern char** environ;
 
 namespace fq::deps_test {
 
-// A fresh private directory, removed with everything in it when the owner goes away.
-class TempDir {
-public:
-    explicit TempDir(const std::string& prefix = "fq-deps-") {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / (prefix + "XXXXXX")).string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
-        }
-        path_ = pattern;
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
-
-// Runs argv[0] (an absolute path) with its arguments as given, no shell to quote for, stdout and
-// stderr appended to `log`, in directory `cwd`. Returns the exit code, or nullopt if it could
-// not be started or did not exit normally.
+/// Runs argv[0] (an absolute path) in `cwd`, its standard output and error appended to `log`.
+/// The exit code, or none when it could not start or did not exit normally.
 inline std::optional<int> runProgram(const std::vector<std::string>& argv,
                                      const std::filesystem::path& log,
                                      const std::filesystem::path& cwd) {
@@ -51,7 +26,6 @@ inline std::optional<int> runProgram(const std::vector<std::string>& argv,
     for (const std::string& arg : argv)
         args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);
-
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
@@ -63,11 +37,9 @@ inline std::optional<int> runProgram(const std::vector<std::string>& argv,
     const int spawned = posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) return std::nullopt;
-
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
+    while (waitpid(pid, &status, 0) < 0)
         if (errno != EINTR) return std::nullopt;
-    }
     if (!WIFEXITED(status)) return std::nullopt;
     return WEXITSTATUS(status);
 }

@@ -1,155 +1,85 @@
+// libpq talks to a throwaway PostgreSQL server of the machine's own installation, reached only
+// through a Unix socket in a private folder.
+
 #include "DepsTestSupport.h"
+
+#include <fq/test/TemporaryFolder.h>
 
 #include <gtest/gtest.h>
 #include <libpq-fe.h>
 #include <pwd.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
-#include <optional>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct ConnDeleter {
-    void operator()(PGconn* conn) const { PQfinish(conn); }
-};
-struct ResultDeleter {
-    void operator()(PGresult* result) const { PQclear(result); }
-};
-using Conn = std::unique_ptr<PGconn, ConnDeleter>;
-using Result = std::unique_ptr<PGresult, ResultDeleter>;
-
-// The server programs are not on PATH on Debian: they live per major version under
-// /usr/lib/postgresql, while pg_config there may describe only the client. Newest wins.
-std::optional<fs::path> serverBinDir() {
-    std::vector<std::pair<int, fs::path>> found;
-    std::error_code ec;
-    for (const auto& entry : fs::directory_iterator("/usr/lib/postgresql", ec)) {
-        const fs::path bin = entry.path() / "bin";
-        if (!fs::exists(bin / "initdb") || !fs::exists(bin / "pg_ctl")) continue;
-        const std::string name = entry.path().filename().string();
-        const auto isDigit = [](unsigned char c) { return c >= '0' && c <= '9'; };
-        if (name.empty() || !std::all_of(name.begin(), name.end(), isDigit)) continue;
-        found.emplace_back(std::stoi(name), bin);
+/// The newest server's programs: Debian keeps them per major version, off the PATH.
+std::optional<fs::path> serverPrograms() {
+    std::optional<std::pair<int, fs::path>> newest;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator("/usr/lib/postgresql", error)) {
+        const auto name = entry.path().filename().string();
+        if (!fs::exists(entry.path() / "bin" / "initdb") ||
+            name.find_first_not_of("0123456789") != std::string::npos)
+            continue;
+        if (!newest || std::stoi(name) > newest->first)
+            newest = {std::stoi(name), entry.path() / "bin"};
     }
-    if (found.empty()) {
-        if (fs::exists("/usr/bin/initdb") && fs::exists("/usr/bin/pg_ctl")) return "/usr/bin";
-        return std::nullopt;
-    }
-    return std::max_element(found.begin(), found.end())->second;
+    return newest ? std::optional(newest->second) : std::nullopt;
 }
 
-std::string slurp(const fs::path& file) {
-    std::ifstream in(file);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-// A throwaway cluster reachable only through a Unix socket in its own directory. initdb will
-// not run as root, so as root the server programs run as the postgres system user.
-class PostgresSmoke : public ::testing::Test {
-protected:
-    // The port only names the socket file inside our private directory; with no TCP listener
-    // it cannot clash with any other server on this machine.
-    static constexpr int kPort = 5432;
-
-    void SetUp() override {
-        const std::optional<fs::path> bin = serverBinDir();
-        ASSERT_TRUE(bin.has_value()) << "PostgreSQL server programs not found";
-        bin_ = *bin;
-        dir_.emplace("fq-pg-");
-        log_ = dir_->path() / "commands.log";
-
-        if (::geteuid() == 0) {
-            const passwd* postgres = ::getpwnam("postgres");
-            ASSERT_NE(postgres, nullptr) << "no postgres system user to run the server as";
-            ASSERT_EQ(::chown(dir_->path().c_str(), postgres->pw_uid, postgres->pw_gid), 0);
-            asUser_ = {"/usr/sbin/runuser", "-u", "postgres", "--"};
-            ASSERT_TRUE(fs::exists(asUser_.front())) << "runuser not found";
-        }
-
-        ASSERT_EQ(run({(bin_ / "initdb").string(), "-D", dataDir().string(), "--username=postgres",
-                       "--auth=trust", "--encoding=UTF8", "--no-locale", "--no-sync"}),
-                  0)
-            << slurp(log_);
-        {
-            std::ofstream conf(dataDir() / "postgresql.conf", std::ios::app);
-            conf << "listen_addresses = ''\n"
-                 << "unix_socket_directories = '" << dir_->path().string() << "'\n"
-                 << "port = " << kPort << "\n"
-                 << "fsync = off\n";
-            ASSERT_TRUE(conf.good());
-        }
-        // A start that times out may still leave a server behind, so stop whenever one was tried.
-        startTried_ = true;
-        ASSERT_EQ(run({(bin_ / "pg_ctl").string(), "-D", dataDir().string(), "-l",
-                       serverLog().string(), "-w", "-t", "60", "start"}),
-                  0)
-            << slurp(log_) << slurp(serverLog());
-        started_ = true;
+TEST(PostgresSmoke, ConnectsOverTheSocketAndQueries) {
+    const auto bin = serverPrograms();
+    ASSERT_TRUE(bin) << "PostgreSQL server programs not found";
+    const fq::test::TemporaryFolder folder;
+    const auto data = folder / "data";
+    const auto log = folder / "commands.log";
+    // initdb refuses to run as root: then the server runs as the postgres system user
+    std::vector<std::string> asUser;
+    if (::geteuid() == 0) {
+        const passwd* postgres = ::getpwnam("postgres");
+        ASSERT_NE(postgres, nullptr);
+        ASSERT_EQ(::chown(folder.path().c_str(), postgres->pw_uid, postgres->pw_gid), 0);
+        asUser = {"/usr/sbin/runuser", "-u", "postgres", "--"};
     }
+    const auto run = [&](std::vector<std::string> argv) {
+        argv.insert(argv.begin(), asUser.begin(), asUser.end());
+        return fq::deps_test::runProgram(argv, log, folder.path());
+    };
+    ASSERT_EQ(run({(*bin / "initdb").string(), "-D", data.string(), "--username=postgres",
+                   "--auth=trust", "--no-locale", "--no-sync"}),
+              0)
+        << std::ifstream(log).rdbuf();
+    // no TCP listener: the port only names the socket file in our folder
+    std::ofstream(data / "postgresql.conf", std::ios::app)
+        << "listen_addresses = ''\nunix_socket_directories = '" << folder.path().string()
+        << "'\nfsync = off\n";
+    const auto started = run({(*bin / "pg_ctl").string(), "-D", data.string(), "-l",
+                              (folder / "server.log").string(), "-w", "start"});
+    struct Stop {
+        std::function<void()> stop;
+        ~Stop() { stop(); }
+    } stop{[&] { run({(*bin / "pg_ctl").string(), "-D", data.string(), "-m", "fast", "stop"}); }};
+    ASSERT_EQ(started, 0) << std::ifstream(folder / "server.log").rdbuf();
 
-    void TearDown() override {
-        if (startTried_) {
-            const std::optional<int> stopped = run(
-                {(bin_ / "pg_ctl").string(), "-D", dataDir().string(), "-m", "fast", "-w", "stop"});
-            if (started_) {
-                EXPECT_EQ(stopped, 0) << slurp(log_);
-            }
-        }
-        dir_.reset();
-    }
-
-    std::string conninfo() const {
-        return "host=" + dir_->path().string() + " port=" + std::to_string(kPort) +
-               " user=postgres dbname=postgres connect_timeout=10";
-    }
-
-    std::string serverLogText() const { return slurp(serverLog()); }
-
-private:
-    fs::path dataDir() const { return dir_->path() / "data"; }
-    fs::path serverLog() const { return dir_->path() / "server.log"; }
-
-    std::optional<int> run(std::vector<std::string> argv) const {
-        argv.insert(argv.begin(), asUser_.begin(), asUser_.end());
-        return fq::deps_test::runProgram(argv, log_, dir_->path());
-    }
-
-    fs::path bin_;
-    std::optional<fq::deps_test::TempDir> dir_;
-    fs::path log_;
-    std::vector<std::string> asUser_;
-    bool startTried_ = false;
-    bool started_ = false;
-};
-
-TEST_F(PostgresSmoke, ConnectsOverTheSocketAndQueries) {
-    const Conn conn(PQconnectdb(conninfo().c_str()));
-    ASSERT_NE(conn, nullptr);
-    ASSERT_EQ(PQstatus(conn.get()), CONNECTION_OK) << PQerrorMessage(conn.get()) << serverLogText();
-
-    const Result sum(PQexec(conn.get(), "SELECT 1+1"));
-    ASSERT_EQ(PQresultStatus(sum.get()), PGRES_TUPLES_OK) << PQerrorMessage(conn.get());
-    ASSERT_EQ(PQntuples(sum.get()), 1);
-    ASSERT_EQ(PQnfields(sum.get()), 1);
-    EXPECT_STREQ(PQgetvalue(sum.get(), 0, 0), "2");
-
-    // Parameters travel separately from the SQL text, so '#' and quotes need no escaping.
-    const char* params[] = {"E7#9 'dominant'"};
-    const Result echoed(PQexecParams(conn.get(), "SELECT upper($1::text)", 1, nullptr, params,
-                                     nullptr, nullptr, 0));
-    ASSERT_EQ(PQresultStatus(echoed.get()), PGRES_TUPLES_OK) << PQerrorMessage(conn.get());
-    EXPECT_STREQ(PQgetvalue(echoed.get(), 0, 0), "E7#9 'DOMINANT'");
+    const std::string conninfo =
+        "host=" + folder.path().string() + " user=postgres dbname=postgres";
+    const std::unique_ptr<PGconn, decltype(&PQfinish)> connection(PQconnectdb(conninfo.c_str()),
+                                                                  PQfinish);
+    ASSERT_EQ(PQstatus(connection.get()), CONNECTION_OK) << PQerrorMessage(connection.get());
+    // parameters travel apart from the SQL text, so '#' and quotes need no escaping
+    const char* parameters[] = {"E7#9 'dominant'"};
+    const std::unique_ptr<PGresult, decltype(&PQclear)> result(
+        PQexecParams(connection.get(), "SELECT upper($1::text)", 1, nullptr, parameters, nullptr,
+                     nullptr, 0),
+        PQclear);
+    ASSERT_EQ(PQresultStatus(result.get()), PGRES_TUPLES_OK) << PQerrorMessage(connection.get());
+    EXPECT_STREQ(PQgetvalue(result.get(), 0, 0), "E7#9 'DOMINANT'");
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "fq/documents/Sqlite.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 namespace fq::documents::sqlite {
@@ -92,6 +94,26 @@ Result<Connection> Connection::open(const std::filesystem::path& file) {
                                          SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE,
                                      nullptr);
     Connection connection(db); // closes db on every path, even a failed open
+    if (code != SQLITE_OK) return tl::unexpected(failureOf(db, code));
+    return connection;
+}
+
+Result<Connection> Connection::openImmutable(const std::filesystem::path& file) {
+    // As a URI, so that "immutable" can be said; '?' and '#' in the path must be escaped.
+    std::string uri = "file:";
+    for (const char c : std::filesystem::absolute(file).string()) {
+        if (c == '?' || c == '#' || c == '%')
+            uri += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+        else
+            uri += c;
+    }
+    uri += "?immutable=1";
+    sqlite3* db = nullptr;
+    const int code = sqlite3_open_v2(uri.c_str(), &db,
+                                     SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX |
+                                         SQLITE_OPEN_EXRESCODE,
+                                     nullptr);
+    Connection connection(db);
     if (code != SQLITE_OK) return tl::unexpected(failureOf(db, code));
     return connection;
 }

@@ -3,6 +3,8 @@
 
 #include <fq/navigation/LinkHandler.h>
 
+#include <asio/io_context.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -11,8 +13,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace fq::navigation;
     const std::string text(reinterpret_cast<const char*>(data), size);
-    MainQueue main;
-    Router router{main};
+    asio::io_context main;
+    Router router{main.get_executor()};
     // no store: the fuzzer must not write files; the day is fixed so runs repeat
     const NavigationContext context{router, nullptr, [] {
                                         return std::chrono::year_month_day{std::chrono::year{2026},
@@ -24,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     handleSearchIdentifier(text, context);
     handleUserActivity(UserActivity{"com.kelvane.frtqul.chord.view", std::nullopt, {{"url", text}}},
                        context);
-    main.runAll();
+    main.run();
     if (router.path().size() > 1) std::abort();
     return 0;
 }

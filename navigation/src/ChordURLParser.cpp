@@ -1,3 +1,5 @@
+// Web links to chords, read and written.
+
 #include "fq/navigation/ChordURLParser.h"
 
 #include "Unicode.h"

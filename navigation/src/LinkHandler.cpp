@@ -1,3 +1,5 @@
+// Links, identifiers and activities turned into routes or hand-over keys.
+
 #include "fq/navigation/LinkHandler.h"
 
 #include "LinkParts.h"
@@ -10,6 +12,8 @@
 #include <fq/core/Uuid.h>
 #include <fq/personal/PreferenceKeys.h>
 #include <fq/personal/UserLibraryStore.h>
+
+#include <asio/post.hpp>
 
 #include <algorithm>
 
@@ -156,10 +160,10 @@ void handleChordURL(std::string_view url, const NavigationContext& context) {
     const auto parsed = ChordURLParser::parseChordURL(url);
     if (!parsed) return;
     auto& router = context.router;
-    router.mainQueue().post(
-        [&router, route = chordRoute(parsed->chord, parsed->selectedPosition)]() mutable {
-            router.navigate(std::move(route));
-        });
+    asio::post(router.executor(),
+               [&router, route = chordRoute(parsed->chord, parsed->selectedPosition)]() mutable {
+                   router.navigate(std::move(route));
+               });
 }
 
 void handleSearchIdentifier(std::string_view identifier, const NavigationContext& context) {
@@ -187,8 +191,9 @@ void handleSearchIdentifier(std::string_view identifier, const NavigationContext
     }
     if (!route) return;
     auto& router = context.router;
-    router.mainQueue().post(
-        [&router, route = std::move(*route)]() mutable { router.navigate(std::move(route)); });
+    asio::post(router.executor(), [&router, route = std::move(*route)]() mutable {
+        router.navigate(std::move(route));
+    });
 }
 
 void handleSearchActivity(const UserActivity& activity, const NavigationContext& context) {

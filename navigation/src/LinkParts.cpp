@@ -1,3 +1,5 @@
+// A link split into scheme, host, path segments and query items by uriparser.
+
 #include "LinkParts.h"
 
 #include "Unicode.h"

@@ -1,3 +1,5 @@
+// The one wrapper of PCRE2, in UTF mode.
+
 #define PCRE2_CODE_UNIT_WIDTH 8
 #include "Pcre.h"
 

@@ -1,4 +1,8 @@
+// The navigation path and its replace-after-one-yield rule.
+
 #include "fq/navigation/Router.h"
+
+#include <asio/post.hpp>
 
 namespace fq::navigation {
 
@@ -9,21 +13,6 @@ FretquillNavigationRoute chordRoute(core::Chord chord,
 
 FretquillNavigationRoute collectionRoute(FretquillResolvedChordCollection collection) {
     return {std::move(collection)};
-}
-
-bool MainQueue::runOne() {
-    if (tasks_.empty()) return false;
-    auto task = std::move(tasks_.front());
-    tasks_.pop_front();
-    task();
-    return true;
-}
-
-std::size_t MainQueue::runAll(std::size_t limit) {
-    std::size_t count = 0;
-    while (count < limit && runOne())
-        ++count;
-    return count;
 }
 
 void Router::setPath(Path path) {
@@ -40,8 +29,8 @@ void Router::navigate(FretquillNavigationRoute to) {
     }
     setPath({});
     // the task's one yield: go to the back of the queue once before pushing
-    main_.post([this, to = std::move(to)]() mutable {
-        main_.post([this, to = std::move(to)]() mutable { setPath({std::move(to)}); });
+    asio::post(main_, [this, to = std::move(to)]() mutable {
+        asio::post(main_, [this, to = std::move(to)]() mutable { setPath({std::move(to)}); });
     });
 }
 

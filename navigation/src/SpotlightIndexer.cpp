@@ -1,3 +1,5 @@
+// Feeding and rebuilding the search index, and the SQLite FTS5 index itself.
+
 #include "fq/navigation/SpotlightIndexer.h"
 
 #include "Unicode.h"

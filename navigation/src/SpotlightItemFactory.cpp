@@ -1,3 +1,5 @@
+// Search records of chords and collections.
+
 #include "fq/navigation/SpotlightItemFactory.h"
 
 #include "Pcre.h"

@@ -1,3 +1,5 @@
+// Case folding, trimming and UTF-8 checks through ICU.
+
 #include "Unicode.h"
 
 #include <unicode/locid.h>

@@ -1,3 +1,5 @@
+// Slugs, fingering codes and web links, read and written, round trips over the whole catalogue.
+
 #include "fq/navigation/ChordURLParser.h"
 
 #include <fq/core/ChordDataManager.h>

@@ -1,13 +1,16 @@
+// Links, identifiers and activities: which route or keys each gives, and silence for the rest.
+
 #include "fq/navigation/LinkHandler.h"
 
-#include "NavigationTestSupport.h"
 #include "fq/navigation/SpotlightItemFactory.h"
 
 #include <fq/core/TodayChordLibrary.h>
 #include <fq/core/Uuid.h>
 #include <fq/personal/PreferenceKeys.h>
 #include <fq/personal/UserLibraryStore.h>
+#include <fq/test/TemporaryFolder.h>
 
+#include <asio/io_context.hpp>
 #include <gtest/gtest.h>
 
 namespace fq::navigation {
@@ -21,10 +24,11 @@ constexpr std::chrono::year_month_day fixedDay{std::chrono::year{2026}, std::chr
                                                std::chrono::day{14}};
 
 struct LinkFixture : ::testing::Test {
-    testing::TemporaryFolder folder;
-    std::shared_ptr<personal::SharedStore> store = testing::openStore(folder);
-    MainQueue main;
-    Router router{main};
+    test::TemporaryFolder folder;
+    std::shared_ptr<personal::SharedStore> store =
+        personal::SharedStore::open(folder / "store.sqlite").value();
+    asio::io_context main;
+    Router router{main.get_executor()};
     NavigationContext context{router, store, [] { return fixedDay; }};
     std::vector<std::string> writtenKeys;
     personal::ObserverToken token =
@@ -32,7 +36,8 @@ struct LinkFixture : ::testing::Test {
 
     /// The path once every queued task has run.
     Router::Path settle() {
-        main.runAll();
+        main.restart();
+        main.poll();
         return router.path();
     }
     void expectNothing(std::string_view what) {
@@ -43,7 +48,7 @@ struct LinkFixture : ::testing::Test {
 
 TEST_F(LinkFixture, WebLinkOpensTheChordWithItsShape) {
     handleChordURL("https://fretquill.app/chords/c-major/e/x32010", context);
-    EXPECT_TRUE(router.path().empty()) << "routes arrive through the main queue";
+    EXPECT_TRUE(router.path().empty()) << "routes arrive through the main executor";
     EXPECT_EQ(settle(), Router::Path{chordRoute(Chord{Note::C, "major", 1},
                                                 std::vector<int>{-1, 3, 2, 0, 1, 0})});
 }

@@ -1,11 +1,14 @@
-#include "NavigationTestSupport.h"
+// Search records, the indexer's rebuild rule and batches, and what typed queries find.
+
 #include "fq/navigation/LinkHandler.h"
 #include "fq/navigation/SpotlightIndexer.h"
 
 #include <fq/core/CapturedDiagnostics.h>
 #include <fq/core/Diagnostics.h>
 #include <fq/personal/PreferenceKeys.h>
+#include <fq/test/TemporaryFolder.h>
 
+#include <asio/io_context.hpp>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -125,14 +128,15 @@ TEST(SpotlightItemFactoryTest, EveryIndexedChordIdentifierResolvesToItsChord) {
     const auto& chords = factory::indexedChords();
     ASSERT_GT(chords.size(), 17u * 40u);
     EXPECT_TRUE(std::is_sorted(chords.begin(), chords.end()));
-    MainQueue main;
-    Router router{main};
+    asio::io_context main;
+    Router router{main.get_executor()};
     const NavigationContext context{router, nullptr, nullptr};
     for (std::size_t i = 0; i < chords.size(); i += 37) {
         EXPECT_EQ(chords[i].variant, 0);
         handleSearchIdentifier(factory::chordIdentifier(chords[i].rootNote, chords[i].chordType, 0),
                                context);
-        main.runAll();
+        main.restart();
+        main.poll();
         EXPECT_EQ(router.path(), Router::Path{chordRoute(chords[i])}) << chords[i].chordType;
     }
 }
@@ -162,8 +166,9 @@ struct RecordingIndex : SearchIndex {
 };
 
 struct IndexerFixture : ::testing::Test {
-    testing::TemporaryFolder folder;
-    std::shared_ptr<personal::SharedStore> store = testing::openStore(folder);
+    test::TemporaryFolder folder;
+    std::shared_ptr<personal::SharedStore> store =
+        personal::SharedStore::open(folder / "store.sqlite").value();
     RecordingIndex index;
 };
 
@@ -235,10 +240,10 @@ TEST(FtsQueryTest, TypedAndSpelledFormsAreBothTried) {
 }
 
 struct SqliteIndexFixture : ::testing::Test {
-    static inline testing::TemporaryFolder* folder = nullptr;
+    static inline test::TemporaryFolder* folder = nullptr;
     static inline std::unique_ptr<SqliteSearchIndex> index;
     static void SetUpTestSuite() {
-        folder = new testing::TemporaryFolder;
+        folder = new test::TemporaryFolder;
         auto opened = SqliteSearchIndex::open(folder->path() / "index.sqlite");
         ASSERT_TRUE(opened);
         index = std::move(*opened);

@@ -1,3 +1,5 @@
+// Every key of the shared store, declared once, with typed reads and writes.
+
 #include "fq/personal/PreferenceKeys.h"
 
 #include <fq/core/Chord.h>
@@ -5,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -68,6 +71,23 @@ const auto declared = std::to_array<AnyPreferenceKey>({
     &spotlightChordLibraryVersion,
 });
 
+const auto personalSettings = std::to_array<AnyPreferenceKey>({
+    &a4Frequency,
+    &accentFirstBeat,
+    &hapticsEnabled,
+    &currentRootNote,
+    &metronomeSound,
+    &metronomeKeyIndex,
+    &enabledTunings,
+    &tempo,
+    &beats,
+    &subdivisions,
+    &level,
+    &todayChordCategory,
+    &invertFretboard,
+    &leftHanded,
+});
+
 std::optional<nlohmann::json> parsed(std::string_view text) {
     auto json = nlohmann::json::parse(text, nullptr, false);
     if (json.is_discarded()) return std::nullopt;
@@ -123,6 +143,11 @@ const AnyPreferenceKey* preferenceKey(std::string_view name) {
 
 std::string_view nameOf(const AnyPreferenceKey& key) {
     return std::visit([](const auto* k) { return k->name; }, key);
+}
+
+bool isPersonalSetting(const AnyPreferenceKey& key) {
+    return std::find(personalSettings.begin(), personalSettings.end(), key) !=
+           personalSettings.end();
 }
 
 std::int64_t read(const SharedStore& store, const PreferenceKey<std::int64_t>& key) {

@@ -1,3 +1,5 @@
+// The shared preference store over SQLite: schema, transactions, change log and polling.
+
 #include "fq/personal/SharedStore.h"
 
 #include "fq/documents/DataLocations.h"
@@ -78,8 +80,41 @@ std::string removeFailure(std::string_view key) {
 
 constexpr std::string_view updateFailure = "Cannot change the preference store";
 
-Error failed(std::string_view what, std::string_view reason) {
-    return Error{fmt::format("{}: {}", what, reason)};
+Error failed(std::string_view what, std::string_view reason, ErrorKind kind = ErrorKind::refused) {
+    return Error{fmt::format("{}: {}", what, reason), kind};
+}
+
+bool isDamage(const sqlite::Failure& failure) {
+    return failure.code == SQLITE_CORRUPT || failure.code == SQLITE_NOTADB;
+}
+
+/// SQLite's reason, and for the failures a person can end themselves, how.
+std::string reasonOf(const sqlite::Failure& failure, const fs::path& file) {
+    if (isDamage(failure))
+        return fmt::format("it is damaged ({}); move {} away to start afresh", failure.message,
+                           file.string());
+    if (failure.code == SQLITE_READONLY)
+        return fmt::format("{} is read-only; nothing was changed", file.string());
+    return failure.message;
+}
+
+Error failed(std::string_view what, const sqlite::Failure& failure, const fs::path& file) {
+    return failed(what, reasonOf(failure, file),
+                  isDamage(failure) ? ErrorKind::corrupt : ErrorKind::io);
+}
+
+/// The first problem PRAGMA quick_check finds in the file, if any. Damaged pages
+/// otherwise read as missing rows or fail one key at a time, which looks like a store
+/// holding defaults.
+sqlite::Result<void> checkPages(sqlite::Connection& db) {
+    auto check = db.prepare("PRAGMA quick_check(1)");
+    if (!check) return tl::unexpected(std::move(check.error()));
+    auto row = check->step();
+    if (!row) return tl::unexpected(std::move(row.error()));
+    // its report spans lines; SQLite's own words for the code say it in one
+    if (*row && check->columnText(0) != "ok")
+        return tl::unexpected(sqlite::Failure{SQLITE_CORRUPT, sqlite3_errstr(SQLITE_CORRUPT)});
+    return {};
 }
 
 /// Why a value may not be stored under a key, if it may not.
@@ -127,6 +162,9 @@ std::int64_t newOrigin() {
 
 struct SharedStore::State {
     sqlite::Connection connection;
+    fs::path file;
+    /// Opened as it stands on disk because this process may not write it.
+    bool readOnly = false;
     std::int64_t origin = newOrigin();
     /// The change-log position up to which this object knows every change.
     std::int64_t lastSequence = 0;
@@ -290,52 +328,81 @@ SharedStore::SharedStore(fs::path file, std::unique_ptr<State> state)
 SharedStore::~SharedStore() = default;
 
 tl::expected<std::shared_ptr<SharedStore>, Error> SharedStore::open(const fs::path& file) {
-    const auto fail = [&file](std::string_view reason) {
-        return tl::unexpected(Error{
-            fmt::format("Cannot open the preference store at {}: {}", file.string(), reason)});
+    const auto fail = [&file](std::string_view reason, ErrorKind kind) {
+        return tl::unexpected(
+            Error{fmt::format("Cannot open the preference store at {}: {}", file.string(), reason),
+                  kind});
+    };
+    const auto failWith = [&](const sqlite::Failure& failure) {
+        const auto kind = isDamage(failure)              ? ErrorKind::corrupt
+                          : failure.code == SQLITE_ERROR ? ErrorKind::refused
+                                                         : ErrorKind::io;
+        return fail(reasonOf(failure, file), kind);
     };
     // SQLite would say only "unable to open database file" for these two.
     std::error_code error;
-    if (fs::is_directory(file, error)) return fail("it is a folder");
+    if (fs::is_directory(file, error)) return fail("it is a folder", ErrorKind::refused);
     const auto folder = file.has_parent_path() ? file.parent_path() : fs::path(".");
-    if (!fs::is_directory(folder, error)) return fail("its folder does not exist");
-
-    auto opened = sqlite::Connection::open(file);
-    if (!opened) return fail(opened.error().message);
-    auto state = std::make_unique<State>(State{std::move(*opened)});
-    auto& db = state->connection;
-    db.setBusyTimeout(static_cast<int>(config::busyTimeout.count()));
+    if (!fs::is_directory(folder, error))
+        return fail("its folder does not exist", ErrorKind::notFound);
 
     // Only reads until the file is known to be ours or empty: a file of another kind
     // fails here and is left exactly as it was.
-    auto contents = retryingBusy([&db] { return inspect(db); });
-    if (!contents) return fail(contents.error().message);
+    auto opened = sqlite::Connection::open(file);
+    sqlite::Result<Contents> contents = tl::unexpected(sqlite::Failure{});
+    if (opened) {
+        opened->setBusyTimeout(static_cast<int>(config::busyTimeout.count()));
+        contents = retryingBusy([&opened] { return inspect(*opened); });
+    }
+    // In WAL mode even a reader writes the shared-memory file beside the store, so a
+    // store this process may not write is read as it stands on disk instead.
+    const auto failure = !opened    ? opened.error()
+                         : contents ? sqlite::Failure{SQLITE_OK, {}}
+                                    : contents.error();
+    bool readOnly = false;
+    if ((failure.code == SQLITE_READONLY || failure.code == SQLITE_CANTOPEN) &&
+        fs::exists(file, error)) {
+        opened = sqlite::Connection::openImmutable(file);
+        if (opened) contents = inspect(*opened);
+        readOnly = true;
+    }
+    if (!opened) return failWith(opened.error());
+    if (!contents) return failWith(contents.error());
+    auto& db = *opened;
+    if (*contents == Contents::ours)
+        if (auto checked = checkPages(db); !checked) return failWith(checked.error());
 
-    if (auto wal = useWriteAheadLog(db); !wal) return fail(wal.error().message);
-    // In WAL mode NORMAL loses nothing when a process dies; only a power cut may drop
-    // the last commits, and the file stays consistent either way.
-    if (auto sync = db.execute("PRAGMA synchronous = NORMAL"); !sync)
-        return fail(sync.error().message);
+    if (readOnly) {
+        if (*contents == Contents::empty)
+            return fail("it is read-only and holds no store yet", ErrorKind::io);
+    } else {
+        if (auto wal = useWriteAheadLog(db); !wal) return failWith(wal.error());
+        // In WAL mode NORMAL loses nothing when a process dies; only a power cut may
+        // drop the last commits, and the file stays consistent either way.
+        if (auto sync = db.execute("PRAGMA synchronous = NORMAL"); !sync)
+            return failWith(sync.error());
+    }
 
     if (*contents == Contents::empty) {
         // Another process may be creating the store at this moment: look again under
         // the write lock. The statements only add what is missing.
         if (auto begun = retryingBusy([&db] { return db.execute("BEGIN IMMEDIATE"); }); !begun)
-            return fail(begun.error().message);
+            return failWith(begun.error());
         auto created = inspect(db).and_then([&db](Contents) {
             return db.execute(fmt::format(schema, applicationId, schemaVersion).c_str());
         });
         if (created) created = db.execute("COMMIT");
         if (!created) {
             (void)db.execute("ROLLBACK");
-            return fail(created.error().message);
+            return failWith(created.error());
         }
     }
 
     auto last = db.integer("SELECT coalesce(max(sequence), 0) FROM changes");
-    if (!last) return fail(last.error().message);
+    if (!last) return failWith(last.error());
     auto version = db.integer("PRAGMA data_version");
-    if (!version) return fail(version.error().message);
+    if (!version) return failWith(version.error());
+    auto state = std::make_unique<State>(State{std::move(db), file, readOnly});
     state->lastSequence = *last;
     state->dataVersion = *version;
     return std::shared_ptr<SharedStore>(new SharedStore(file, std::move(state)));
@@ -346,8 +413,9 @@ tl::expected<std::shared_ptr<SharedStore>, Error> SharedStore::openDefault() {
     std::error_code error;
     fs::create_directories(folder, error);
     if (error)
-        return tl::unexpected(Error{
-            fmt::format("Cannot create the folder {}: {}", folder.string(), error.message())});
+        return tl::unexpected(
+            Error{fmt::format("Cannot create the folder {}: {}", folder.string(), error.message()),
+                  ErrorKind::io});
     return open(folder / config::sharedStoreFile);
 }
 
@@ -363,7 +431,7 @@ std::optional<StoreValue> SharedStore::value(std::string_view key) const {
     auto found = state_->read(key);
     if (!found) {
         fq::diagnostic(fmt::format("Cannot read {:?} from the preference store: {}", key,
-                                   found.error().message));
+                                   reasonOf(found.error(), file_)));
         return std::nullopt;
     }
     return std::move(*found);
@@ -390,8 +458,8 @@ std::vector<std::string> SharedStore::keys() const {
     std::lock_guard lock(mutex_);
     auto keys = state_->allKeys();
     if (!keys) {
-        fq::diagnostic(
-            fmt::format("Cannot list the keys of the preference store: {}", keys.error().message));
+        fq::diagnostic(fmt::format("Cannot list the keys of the preference store: {}",
+                                   reasonOf(keys.error(), file_)));
         return {};
     }
     return std::move(*keys);
@@ -400,13 +468,15 @@ std::vector<std::string> SharedStore::keys() const {
 tl::expected<void, Error>
 SharedStore::write(std::string_view failure,
                    const std::function<tl::expected<void, Error>()>& work) {
+    if (state_->readOnly)
+        return tl::unexpected(failed(failure, sqlite::Failure{SQLITE_READONLY, {}}, file_));
     auto& db = state_->connection;
     state_->pendingFirst = state_->pendingLast = 0;
     // IMMEDIATE takes the write lock before the first read, so a read-modify-write
     // never works on a snapshot another process is about to replace; waiting for the
     // lock is the busy timeout's job, and a lock held past it is retried.
     if (auto begun = retryingBusy([&db] { return db.execute("BEGIN IMMEDIATE"); }); !begun)
-        return tl::unexpected(failed(failure, begun.error().message));
+        return tl::unexpected(failed(failure, begun.error(), file_));
     struct RollBackUnlessCommitted {
         sqlite::Connection& db;
         ~RollBackUnlessCommitted() {
@@ -416,7 +486,7 @@ SharedStore::write(std::string_view failure,
 
     if (auto done = work(); !done) return done;
     if (auto committed = db.execute("COMMIT"); !committed)
-        return tl::unexpected(failed(failure, committed.error().message));
+        return tl::unexpected(failed(failure, committed.error(), file_));
 
     // Our own entries need no polling; skip past them unless another process's
     // entries lie between, which the next poll must still read.
@@ -433,7 +503,7 @@ tl::expected<void, Error> SharedStore::set(std::string_view key, const Value& va
         const auto failure = storeFailure(key);
         auto done = write(failure, [&]() -> tl::expected<void, Error> {
             if (auto stored = state_->store(key, value); !stored)
-                return tl::unexpected(failed(failure, stored.error().message));
+                return tl::unexpected(failed(failure, stored.error(), file_));
             return {};
         });
         if (!done) return done;
@@ -451,7 +521,7 @@ tl::expected<void, Error> SharedStore::remove(std::string_view key) {
         const auto failure = removeFailure(key);
         auto done = write(failure, [&]() -> tl::expected<void, Error> {
             auto erased = state_->erase(key);
-            if (!erased) return tl::unexpected(failed(failure, erased.error().message));
+            if (!erased) return tl::unexpected(failed(failure, erased.error(), file_));
             removed = *erased;
             return {};
         });
@@ -491,7 +561,7 @@ std::optional<StoreValue> SharedStore::Transaction::value(std::string_view key) 
     auto found = state_.read(key);
     if (!found) {
         fq::diagnostic(fmt::format("Cannot read {:?} from the preference store: {}", key,
-                                   found.error().message));
+                                   reasonOf(found.error(), state_.file)));
         return std::nullopt;
     }
     return std::move(*found);
@@ -504,7 +574,7 @@ tl::expected<void, Error> SharedStore::Transaction::set(std::string_view key, co
         return tl::unexpected(*failure_);
     }
     if (auto stored = state_.store(key, value); !stored) {
-        failure_ = failed(storeFailure(key), stored.error().message);
+        failure_ = failed(storeFailure(key), stored.error(), state_.file);
         return tl::unexpected(*failure_);
     }
     if (std::find(changedKeys_.begin(), changedKeys_.end(), key) == changedKeys_.end())
@@ -517,7 +587,7 @@ tl::expected<void, Error> SharedStore::Transaction::remove(std::string_view key)
     if (key.empty()) return {};
     auto erased = state_.erase(key);
     if (!erased) {
-        failure_ = failed(removeFailure(key), erased.error().message);
+        failure_ = failed(removeFailure(key), erased.error(), state_.file);
         return tl::unexpected(*failure_);
     }
     if (*erased && std::find(changedKeys_.begin(), changedKeys_.end(), key) == changedKeys_.end())
@@ -559,7 +629,7 @@ void SharedStore::pollExternalChanges() {
         if (!found) {
             fq::diagnostic(
                 fmt::format("Cannot read other writers' changes from the preference store: {}",
-                            found.error().message));
+                            reasonOf(found.error(), file_)));
             return;
         }
         changed = std::move(*found);

@@ -1,3 +1,5 @@
+// Lenient reads of a stored value as another type.
+
 #include "fq/personal/StoreValue.h"
 
 #include <cmath>

@@ -1,3 +1,5 @@
+// Pending announcements kept in the shared store.
+
 #include "fq/personal/StoredNotificationCenter.h"
 
 #include "fq/personal/PreferenceKeys.h"

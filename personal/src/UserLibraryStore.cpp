@@ -1,3 +1,5 @@
+// Favourites, collections and recent chords as JSON lists in the shared store.
+
 #include "fq/personal/UserLibraryStore.h"
 
 #include "fq/personal/PreferenceKeys.h"
@@ -127,13 +129,11 @@ std::string chordIdentifier(const Chord& chord) {
 using Done = tl::expected<void, Error>;
 
 template <typename Change>
-auto inCollection(std::string_view id, Change change) {
-    return [id, change](std::vector<ChordCollection>& collections) -> Done {
-        const auto found = std::find_if(collections.begin(), collections.end(),
-                                        [&](const ChordCollection& c) { return c.id == id; });
-        if (found == collections.end())
-            return tl::unexpected(FretquillUserLibraryStoreError::collectionNotFound(id));
-        return change(collections, found);
+auto inCollection(std::string_view reference, Change change) {
+    return [reference, change](std::vector<ChordCollection>& collections) -> Done {
+        const auto index = collectionIndex(collections, reference);
+        if (!index) return tl::unexpected(index.error());
+        return change(collections, collections.begin() + static_cast<std::ptrdiff_t>(*index));
     };
 }
 
@@ -150,13 +150,43 @@ nlohmann::ordered_json toJson(const ChordCollection& collection) {
 }
 
 Error FretquillUserLibraryStoreError::chordNotFound(std::string_view identifier) {
-    return {fmt::format("Couldn’t find the chord with identifier \"{}\"", identifier)};
+    return {fmt::format("Couldn’t find the chord with identifier \"{}\"", identifier),
+            ErrorKind::notFound};
 }
 Error FretquillUserLibraryStoreError::collectionNotFound(std::string_view identifier) {
-    return {fmt::format("Couldn’t find the collection with identifier \"{}\"", identifier)};
+    return {fmt::format("Couldn’t find the collection with identifier \"{}\"", identifier),
+            ErrorKind::notFound};
 }
 Error FretquillUserLibraryStoreError::emptyCollectionName() {
-    return {"Enter a collection name."};
+    return {"Enter a collection name.", ErrorKind::refused};
+}
+
+tl::expected<std::size_t, Error> collectionIndex(std::span<const ChordCollection> collections,
+                                                 std::string_view reference) {
+    const auto indexWhere = [&](auto matches) -> std::optional<tl::expected<std::size_t, Error>> {
+        std::optional<std::size_t> found;
+        for (std::size_t i = 0; i < collections.size(); ++i) {
+            if (!matches(collections[i])) continue;
+            if (found)
+                return tl::unexpected(Error{
+                    fmt::format("More than one collection is called \"{}\"; name it by its id",
+                                core::text::trimmed(reference)),
+                    ErrorKind::refused});
+            found = i;
+        }
+        if (!found) return std::nullopt;
+        return *found;
+    };
+    // ids are unique, so an id never needs the title rules
+    for (std::size_t i = 0; i < collections.size(); ++i)
+        if (collections[i].id == reference) return i;
+    const auto title = core::text::trimmed(reference);
+    if (auto exact = indexWhere([&](const auto& c) { return c.title == title; })) return *exact;
+    const auto folded = core::text::asciiUpper(title);
+    if (auto loose =
+            indexWhere([&](const auto& c) { return core::text::asciiUpper(c.title) == folded; }))
+        return *loose;
+    return tl::unexpected(FretquillUserLibraryStoreError::collectionNotFound(reference));
 }
 
 std::vector<Chord> FretquillUserLibraryStore::favoriteChords() const {
@@ -181,6 +211,12 @@ tl::expected<void, Error> FretquillUserLibraryStore::setFavorite(const Chord& ch
 
 std::vector<ChordCollection> FretquillUserLibraryStore::collections() const {
     return readList<ChordCollection>(*store_, keys::chordCollections.name);
+}
+
+tl::expected<ChordCollection, Error>
+FretquillUserLibraryStore::collection(std::string_view idOrTitle) const {
+    auto all = collections();
+    return collectionIndex(all, idOrTitle).map([&](std::size_t index) { return all[index]; });
 }
 
 tl::expected<ChordCollection, Error>

@@ -1,3 +1,5 @@
+// The main settings over the shared store, cached and kept current.
+
 #include "fq/personal/UserPreferences.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// The declared keys: one declaration each, their defaults, which a person sets, and typed text
+// checked before it is stored.
+
 #include "fq/personal/PreferenceKeys.h"
 
 #include "TemporaryStore.h"
@@ -7,7 +10,7 @@
 namespace fq::personal {
 namespace {
 
-class PreferenceKeysTest : public TemporaryStoreTest {};
+using PreferenceKeysTest = TemporaryStoreTest;
 
 TEST_F(PreferenceKeysTest, EveryKeyIsDeclaredOnceAndReadsItsDefaultWhenNothingIsStored) {
     std::set<std::string_view> names;
@@ -15,19 +18,24 @@ TEST_F(PreferenceKeysTest, EveryKeyIsDeclaredOnceAndReadsItsDefaultWhenNothingIs
         EXPECT_TRUE(names.insert(nameOf(key)).second) << nameOf(key);
         EXPECT_EQ(preferenceKey(nameOf(key)), &key);
     }
-    for (const char* name :
-         {"a4Frequency", "favouritedChords", "metronome_presets", "left_handed", "selectedTab",
-          "libraryProgressionDeepLinkID", "cloudSyncMigrationVersion", "todayChordCategory"})
-        EXPECT_TRUE(names.count(name)) << name;
+    // a person's own settings, as against lists with their own commands and the program's keys
+    for (const auto& [name, setting] : std::vector<std::pair<std::string_view, bool>>{
+             {"a4Frequency", true},
+             {"enabledTunings", true},
+             {"tempo", true},
+             {"left_handed", true},
+             {"favouritedChords", false},
+             {"selectedTab", false},
+             {"isMetronomeOn", false},
+             {"cloudSyncMigrationVersion", false},
+             {"FretquillSpotlightIndexedLanguageCode", false}}) {
+        ASSERT_NE(preferenceKey(name), nullptr) << name;
+        EXPECT_EQ(isPersonalSetting(*preferenceKey(name)), setting) << name;
+    }
     EXPECT_EQ(preferenceKey("nonesuch"), nullptr);
 
     const std::vector<std::pair<std::string_view, nlohmann::json>> defaults{
-        {"a4Frequency", 440.0},
-        {"accentFirstBeat", true},
-        {"hapticsEnabled", true},
         {"currentRootNote", "C"},
-        {"metronomeSound", 0},
-        {"metronomeKeyIndex", 1},
         {"enabledTunings", {0, 1, 7}},
         {"favouritedChords", nlohmann::json::array()},
         {"tempo", 120},

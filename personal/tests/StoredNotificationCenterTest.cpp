@@ -1,12 +1,12 @@
+// Pending announcements kept in the store: their order, unreadable lists never overwritten, and
+// writers racing.
+
 #include "fq/personal/StoredNotificationCenter.h"
 
 #include "TemporaryStore.h"
 #include "fq/personal/PreferenceKeys.h"
 
-#include <fq/core/TodayChordLibrary.h>
-
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <thread>
 
@@ -32,7 +32,7 @@ std::vector<std::string> identifiers(const std::vector<NotificationRequest>& req
     return result;
 }
 
-class StoredNotificationCenterTest : public TemporaryStoreTest {};
+using StoredNotificationCenterTest = TemporaryStoreTest;
 
 TEST_F(StoredNotificationCenterTest, AddReplaceAndRemoveKeepFirstAddedOrder) {
     StoredNotificationCenter center(store_);
@@ -52,13 +52,6 @@ TEST_F(StoredNotificationCenterTest, AddReplaceAndRemoveKeepFirstAddedOrder) {
     // another connection, as another process would see it
     EXPECT_EQ(identifiers(StoredNotificationCenter(openStore()).pending()),
               (std::vector<std::string>{"a", "c"}));
-
-    const auto bytes = store_->bytes(keys::pendingNotificationRequests.name);
-    ASSERT_TRUE(bytes);
-    const auto json = nlohmann::json::parse(bytes->begin(), bytes->end());
-    ASSERT_TRUE(json.is_array());
-    EXPECT_EQ(json[1]["identifier"], "c");
-    EXPECT_EQ(json[1]["trigger"]["day"], 3);
 }
 
 TEST_F(StoredNotificationCenterTest, AnUnreadableListIsNeverOverwritten) {
@@ -94,29 +87,6 @@ TEST_F(StoredNotificationCenterTest, ConcurrentWritersLoseNothing) {
     first.join();
     second.join();
     EXPECT_EQ(StoredNotificationCenter(store_).pending().size(), 2u * perWriter);
-}
-
-TEST_F(StoredNotificationCenterTest, SchedulingAMonthTwiceKeepsOneRequestPerDay) {
-    StoredNotificationCenter center(store_);
-    const core::TodayChordLibrary library;
-    const auto random = [](int low, int) { return low; };
-    const core::DateComponents now{2026, 1, 1, 0, 0, 0};
-    EXPECT_EQ(
-        library.scheduleNotifications(core::ChordCategory::jazz, 0, center, now, random).size(),
-        31u);
-    EXPECT_EQ(
-        library.scheduleNotifications(core::ChordCategory::jazz, 0, center, now, random).size(),
-        31u);
-    EXPECT_EQ(
-        library.scheduleNotifications(core::ChordCategory::beginner, 0, center, now, random).size(),
-        31u);
-    const auto pending = center.pending();
-    ASSERT_EQ(pending.size(), 62u);
-    EXPECT_EQ(pending.front().identifier, "chordOfTheDay_jazz_2026_1_1");
-    EXPECT_EQ(pending.front().trigger, (core::DateComponents{2026, 1, 1, 8, 0, 0}));
-    EXPECT_EQ(pending.front().title, "Master this chord today!");
-    EXPECT_TRUE(pending.front().body.starts_with("Today's chord is ")) << pending.front().body;
-    EXPECT_EQ(pending.back().identifier, "chordOfTheDay_beginner_2026_1_31");
 }
 
 } // namespace

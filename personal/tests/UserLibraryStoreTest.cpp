@@ -1,12 +1,12 @@
+// Favourites, collections and recent chords: their rules, their messages, and bytes that never
+// get lost.
+
 #include "fq/personal/UserLibraryStore.h"
 
 #include "TemporaryStore.h"
 #include "fq/personal/PreferenceKeys.h"
 
 #include <fq/core/CapturedDiagnostics.h>
-#include <fq/core/Diagnostics.h>
-
-#include <cstdio>
 
 namespace fq::personal {
 namespace {
@@ -86,6 +86,32 @@ TEST_F(UserLibraryStoreTest, MistakesAreRefusedWithTheirMessagesAndChangeNothing
     EXPECT_EQ(message(lib.removeChord(Chord{Note::C, "major", 1}, campfire->id)),
               "Couldn’t find the chord with identifier \"C major/E\"");
     EXPECT_EQ(store_->bytes(keys::chordCollections.name), before);
+}
+
+TEST_F(UserLibraryStoreTest, CollectionsAreNamedByIdOrByTitleAsTyped) {
+    auto lib = library();
+    const auto campfire = lib.createCollection("Campfire");
+    ASSERT_TRUE(campfire);
+    for (const auto* title : {"Jazz", "jazz", "Blues", "Blues"})
+        ASSERT_TRUE(lib.createCollection(title));
+    const std::vector<std::pair<std::string, std::string>> references{
+        {campfire->id, "Campfire"},
+        {" Campfire ", "Campfire"},
+        {"CAMPFIRE", "Campfire"},
+        {"jazz", "jazz"}, // an exact title wins over one that differs only in case
+        {"JAZZ", "More than one collection is called \"JAZZ\"; name it by its id"},
+        {"Blues", "More than one collection is called \"Blues\"; name it by its id"},
+        {"user-", "Couldn’t find the collection with identifier \"user-\""},
+    };
+    for (const auto& [reference, expected] : references) {
+        const auto found = lib.collection(reference);
+        EXPECT_EQ(found ? found->title : found.error().message, expected) << reference;
+    }
+    ASSERT_TRUE(lib.addChord(g7, "campfire"));
+    ASSERT_TRUE(lib.renameCollection("campfire", "Fireside"));
+    EXPECT_EQ(lib.collection(campfire->id)->chords, std::vector<Chord>{g7});
+    EXPECT_EQ(lib.deleteCollection("Blues").error().kind, ErrorKind::refused);
+    EXPECT_EQ(lib.collections().size(), 5u);
 }
 
 TEST_F(UserLibraryStoreTest, RecentChordsNewestFirstWithoutRepeatsAndAtMostThirty) {

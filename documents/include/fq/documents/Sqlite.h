@@ -67,6 +67,10 @@ public:
     /// Opens (or creates) the file read-write. Serialisation is the owner's job, so
     /// SQLite's own per-connection mutex is left out.
     static Result<Connection> open(const std::filesystem::path& file);
+    /// Opens an existing file for reading only, as it stands on disk: for a file this
+    /// process may not write, which SQLite could not otherwise read in WAL mode. Other
+    /// processes' later changes are not seen.
+    static Result<Connection> openImmutable(const std::filesystem::path& file);
 
     /// Runs statements that return no rows worth reading.
     Result<void> execute(const char* sql);

@@ -1,5 +1,7 @@
 #pragma once
 
+// Web links to chords, read and written, and the slug and fingering codes they use.
+
 #include <fq/core/Chord.h>
 #include <fq/core/Note.h>
 

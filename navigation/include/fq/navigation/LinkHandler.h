@@ -1,5 +1,8 @@
 #pragma once
 
+// The single entries for links, item identifiers and user activities: each becomes a route or
+// nothing.
+
 #include "fq/navigation/Router.h"
 
 #include <fq/personal/SharedStore.h>

@@ -1,9 +1,11 @@
 #pragma once
 
+// Routes, the one value that says what to show, and the router that owns the navigation path.
+
 #include <fq/core/Chord.h>
+#include <fq/core/Executor.h>
 
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -51,30 +53,13 @@ FretquillNavigationRoute
 chordRoute(core::Chord chord, std::optional<std::vector<int>> selectedPosition = std::nullopt);
 FretquillNavigationRoute collectionRoute(FretquillResolvedChordCollection collection);
 
-/// The main context as a queue of tasks that its owner runs: the command drains it,
-/// tests run it task by task to see each step of a navigation.
-class MainQueue {
-public:
-    using Task = std::function<void()>;
-    void post(Task task) { tasks_.push_back(std::move(task)); }
-    /// Runs the oldest task; false when there was none.
-    bool runOne();
-    /// Runs tasks, including those they post, until none is left; gives how many ran.
-    /// A task that posts itself forever is cut off after `limit`.
-    std::size_t runAll(std::size_t limit = 10000);
-    std::size_t pending() const { return tasks_.size(); }
-
-private:
-    std::deque<Task> tasks_;
-};
-
-/// Owns the navigation path the screens follow. Confined to the main queue.
+/// Owns the navigation path the screens follow. Confined to the main executor.
 class Router {
 public:
     using Path = std::vector<FretquillNavigationRoute>;
     using Observer = std::function<void(const Path&)>;
 
-    explicit Router(MainQueue& main) : main_(main) {}
+    explicit Router(Executor main) : main_(std::move(main)) {}
 
     const Path& path() const { return path_; }
     /// Writing an equal path tells nobody.
@@ -84,10 +69,10 @@ public:
     /// the old screen pops before the new one is pushed.
     void navigate(FretquillNavigationRoute to);
     void addObserver(Observer observer) { observers_.push_back(std::move(observer)); }
-    MainQueue& mainQueue() { return main_; }
+    const Executor& executor() const { return main_; }
 
 private:
-    MainQueue& main_;
+    Executor main_;
     Path path_;
     std::vector<Observer> observers_;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+// The search index: its rebuild rule, batched feeding, and the SQLite FTS5 index behind `search`.
+
 #include "fq/navigation/SpotlightItemFactory.h"
 
 #include <fq/core/Chord.h>

@@ -1,5 +1,7 @@
 #pragma once
 
+// Search records of chords and collections, and the identifiers that links resolve.
+
 #include "fq/navigation/Router.h"
 
 #include <fq/core/Chord.h>

@@ -1,5 +1,8 @@
 #pragma once
 
+// Every key of the shared store, declared once with its type and default, and typed reads
+// and writes of them.
+
 #include "fq/personal/SharedStore.h"
 
 #include <fq/core/Note.h>
@@ -145,6 +148,9 @@ std::span<const AnyPreferenceKey> allPreferenceKeys();
 /// The declared key with this text, or none.
 const AnyPreferenceKey* preferenceKey(std::string_view name);
 std::string_view nameOf(const AnyPreferenceKey& key);
+/// True for the keys a person sets by choice (tuning reference, metronome, level, hand);
+/// the rest are lists with their own commands, hand-over keys, switches and bookkeeping.
+bool isPersonalSetting(const AnyPreferenceKey& key);
 
 // Typed reads give the fallback when nothing usable is stored.
 std::int64_t read(const SharedStore& store, const PreferenceKey<std::int64_t>& key);

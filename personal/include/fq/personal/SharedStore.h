@@ -1,5 +1,8 @@
 #pragma once
 
+// The shared preference store: typed values in one SQLite file that every process of the program
+// shares.
+
 #include "fq/personal/StoreValue.h"
 
 #include <fq/core/BytesStore.h>
@@ -79,8 +82,10 @@ public:
     using Observer = std::function<void(std::string_view key)>;
     class Transaction;
 
-    /// Opens the store in `file`, creating the file (not its folder) when missing. A
-    /// file that is not a store of this program is refused and left as it is.
+    /// Opens the store in `file`, creating the file (not its folder) when missing. A file
+    /// that is not a store of this program, or whose pages are damaged, is refused (the
+    /// message says which file to move away) and left as it is. A store this process may
+    /// not write is opened as it stands on disk: it reads, and every write fails.
     static tl::expected<std::shared_ptr<SharedStore>, Error>
     open(const std::filesystem::path& file);
     /// Opens the store in configDirectory(), creating the folder first.

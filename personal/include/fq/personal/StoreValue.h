@@ -1,5 +1,7 @@
 #pragma once
 
+// A stored value of one of five types, and lenient reads of it as another.
+
 #include <fq/core/BytesStore.h>
 
 #include <cstdint>

@@ -1,5 +1,7 @@
 #pragma once
 
+// Pending announcements kept in the shared store until they are due.
+
 #include "fq/personal/SharedStore.h"
 
 #include <fq/core/NotificationCenter.h>

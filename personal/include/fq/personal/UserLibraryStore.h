@@ -1,5 +1,7 @@
 #pragma once
 
+// The person's favourites, collections and recent chords, kept as JSON lists in the shared store.
+
 #include "fq/personal/SharedStore.h"
 
 #include <fq/core/Chord.h>
@@ -7,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +35,12 @@ struct FretquillUserLibraryStoreError {
     static Error emptyCollectionName();
 };
 
+/// Which of `collections` a person means by `reference`: the one with that id, else the one
+/// with that title (trimmed, then ignoring ASCII case). A title that several collections
+/// share names none of them.
+tl::expected<std::size_t, Error> collectionIndex(std::span<const ChordCollection> collections,
+                                                 std::string_view reference);
+
 namespace config {
 /// How many recently viewed chords are kept.
 inline constexpr std::size_t recentChordLimit = 30;
@@ -55,8 +64,11 @@ public:
     tl::expected<void, Error> setFavorite(const core::Chord& chord, bool isFavorite);
 
     std::vector<ChordCollection> collections() const;
+    /// The collection named by its id or its title (see collectionIndex()).
+    tl::expected<ChordCollection, Error> collection(std::string_view idOrTitle) const;
     /// A new collection with a "user-" identifier; the name is trimmed and may not be empty.
     tl::expected<ChordCollection, Error> createCollection(std::string_view name);
+    // Each of these names its collection by id or by title.
     tl::expected<void, Error> renameCollection(std::string_view id, std::string_view name);
     tl::expected<void, Error> deleteCollection(std::string_view id);
     /// Adding a chord the collection holds already changes nothing.

@@ -1,5 +1,7 @@
 #pragma once
 
+// The main settings as one observable object over the shared store.
+
 #include "fq/personal/PreferenceKeys.h"
 #include "fq/personal/SharedStore.h"
 

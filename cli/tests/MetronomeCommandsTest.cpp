@@ -1,3 +1,5 @@
+// `fretquill metronome`: rendering to a file, presets, and bad input.
+
 #include "CliRun.h"
 
 #include <gtest/gtest.h>
@@ -55,8 +57,17 @@ TEST(MetronomeCommandsTest, PresetsAndBadInput) {
     const std::vector<std::pair<std::vector<const char*>, std::string>> bad{
         {{"metronome", "presets", "delete", "Tango"}, "No preset named Tango\n"},
         {{"metronome", "presets", "rename", "Ballad", ""}, "A preset needs a name\n"},
-        {{"metronome", "--key", "H", "--render", "x.wav", "--seconds", "1"}, ""},
-        {{"metronome", "--bpm", "20", "--render", "x.wav", "--seconds", "1"}, ""},
+        {{"metronome", "--key", "H", "--render", "x.wav", "--seconds", "1"},
+         "Unknown key: H (one of E (Low), F, F#/Gb, G, G#/Ab, A, A#/Bb, B, C, C#/Db, D, D#/Eb, "
+         "E, or 0 to 12)\n"},
+        {{"metronome", "--bpm", "20", "--render", "x.wav", "--seconds", "1"},
+         "The tempo must be 30 to 300 BPM, not 20\n"},
+        {{"metronome", "--beats", "17", "--render", "x.wav", "--seconds", "1"},
+         "Beats per bar must be 1 to 16, not 17\n"},
+        {{"metronome", "--subdivisions", "0", "--render", "x.wav", "--seconds", "1"},
+         "Clicks per beat must be 1 to 8, not 0\n"},
+        {{"metronome", "--sound", "bell", "--render", "x.wav", "--seconds", "1"},
+         "Unknown sound: bell (one of real, sine, triangle, square)\n"},
         {{"metronome", "--render", "x.wav"}, "Give --seconds with --render\n"},
     };
     for (const auto& [arguments, message] : bad) {

@@ -1,3 +1,6 @@
+// The program's beat tracker: aubio's tempo tracking, its octave and off-beat corrections,
+// and the evidence a window must show before its beat is believed.
+
 #include "fq/metronome/BeatTracker.h"
 
 #include <aubio/aubio.h>
@@ -268,7 +271,57 @@ void correctOffBeat(std::vector<double>& beats, double period, const std::vector
         beats.pop_back();
 }
 
+/// The normalised autocorrelation of `centred` at `lag` hops, interpolated between hops.
+double normalisedAutocorrelation(const std::vector<double>& centred, double lag, double energy) {
+    const auto whole = static_cast<std::size_t>(lag);
+    const double part = lag - static_cast<double>(whole);
+    if (whole + 1 >= centred.size() || energy <= 0) return 0;
+    double at = 0;
+    double next = 0;
+    for (std::size_t i = 0; i + whole + 1 < centred.size(); ++i) {
+        at += centred[i] * centred[i + whole];
+        next += centred[i] * centred[i + whole + 1];
+    }
+    // scaled to the overlap, so that a long lag is not penalised for its shorter sum
+    const double overlap = static_cast<double>(centred.size() - whole - 1);
+    return ((1 - part) * at + part * next) / overlap /
+           (energy / static_cast<double>(centred.size()));
+}
+
 } // namespace
+
+BeatEvidence beatEvidence(std::span<const float> onsets, double hopSeconds, double periodSeconds) {
+    BeatEvidence evidence;
+    if (onsets.size() < 8 || !(hopSeconds > 0) || !(periodSeconds > 0)) return evidence;
+    std::vector<float> sorted(onsets.begin(), onsets.end());
+    std::sort(sorted.begin(), sorted.end());
+    const double median = sorted[sorted.size() / 2];
+    const double top = sorted[sorted.size() - 1 - sorted.size() / 100];
+    // a floor far below any sound: exact silence, dithered, has no onsets at all
+    constexpr double quietest = 1e-3;
+    if (top <= quietest) return evidence;
+    evidence.onsetContrast = top / std::max(median, quietest);
+
+    double mean = 0;
+    for (const float value : onsets)
+        mean += value;
+    mean /= static_cast<double>(onsets.size());
+    std::vector<double> centred;
+    centred.reserve(onsets.size());
+    double energy = 0;
+    for (const float value : onsets) {
+        centred.push_back(value - mean);
+        energy += centred.back() * centred.back();
+    }
+    // at the beat's period, or at twice it where a bar's pattern repeats more clearly
+    for (const double lag : {periodSeconds / hopSeconds, 2 * periodSeconds / hopSeconds}) {
+        if (lag > static_cast<double>(onsets.size()) / 2) break;
+        for (double candidate = lag * 0.96; candidate <= lag * 1.04; candidate += 0.25)
+            evidence.periodicity = std::max(evidence.periodicity,
+                                            normalisedAutocorrelation(centred, candidate, energy));
+    }
+    return evidence;
+}
 
 std::optional<double> tempoFromBeats(std::span<const double> beats) {
     if (beats.size() < 2) return std::nullopt;
@@ -396,6 +449,14 @@ AubioBeatTracker::analyze(std::span<const SharedTempoBuffer> buffers) {
         } else if (options_.correctOffBeat) {
             correctOffBeat(beats, period, events, tolerance, end);
         }
+    }
+    if (bpm && options_.requireEvidence) {
+        const double hopSeconds = hop / analysisRate;
+        // the hi-hat and a strum's brightness show in the full band, kick and snare in the
+        // low one: either repeating clearly is a beat
+        const auto full = beatEvidence(fullFlux, hopSeconds, 60.0 / *bpm);
+        const auto low = beatEvidence(flux, hopSeconds, 60.0 / *bpm);
+        if (!full.convincing() && !low.convincing()) return MusicAnalysis{};
     }
     if (bpm) rhythm.beatsPerMinute = static_cast<float>(*bpm);
     rhythm.beats = std::move(beats);

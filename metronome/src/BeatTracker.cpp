@@ -44,6 +44,14 @@ constexpr double offBeatRatio = 1.5;
 /// The full band's flux only refines the period: every fourth bin measures it as
 /// well as all of them (the bench compares), at a quarter of the logarithms.
 constexpr std::size_t fullBandStride = 4;
+/// The gate's onset function uses a window this many hops long: a steady tone's magnitude
+/// then holds still from hop to hop (with a short window a hum and its mirror image
+/// overlap, and its spectrum wobbles with its phase as if it had onsets)...
+constexpr unsigned gateWindowHops = 8;
+/// ...and starts above the lowest bins, which the window's own shape fills.
+constexpr double gateBandBottom = 40.0;
+/// Every second bin of the gate's band measures it well enough.
+constexpr std::size_t gateBandStride = 2;
 /// How much an onset halfway between two beats counts towards a grid: an eighth-note
 /// kick belongs to a quarter-note beat, but a quarter-note snare is no offbeat of a
 /// half-note one.
@@ -297,9 +305,9 @@ BeatEvidence beatEvidence(std::span<const float> onsets, double hopSeconds, doub
     std::sort(sorted.begin(), sorted.end());
     const double median = sorted[sorted.size() / 2];
     const double top = sorted[sorted.size() - 1 - sorted.size() / 100];
-    // a floor far below any sound: exact silence, dithered, has no onsets at all
+    // the faintest beat still raises many bins by a large step of the log scale at once
+    if (top < config::leastOnsetStrength) return evidence;
     constexpr double quietest = 1e-3;
-    if (top <= quietest) return evidence;
     evidence.onsetContrast = top / std::max(median, quietest);
 
     double mean = 0;
@@ -362,7 +370,10 @@ AubioBeatTracker::analyze(std::span<const SharedTempoBuffer> buffers) {
     std::unique_ptr<fvec_t, FvecDeleter> input(new_fvec(hop));
     std::unique_ptr<fvec_t, FvecDeleter> output(new_fvec(2));
     std::unique_ptr<cvec_t, CvecDeleter> grain(new_cvec(window));
-    if (!tempo || !pvoc || !input || !output || !grain)
+    const unsigned gateWindow = gateWindowHops * hop;
+    std::unique_ptr<aubio_pvoc_t, PvocDeleter> gatePvoc(new_aubio_pvoc(gateWindow, hop));
+    std::unique_ptr<cvec_t, CvecDeleter> gateGrain(new_cvec(gateWindow));
+    if (!tempo || !pvoc || !input || !output || !grain || !gatePvoc || !gateGrain)
         return tl::unexpected(
             Error{"The beat tracker cannot use the onset method " + options_.onsetMethod});
     if (options_.ditherSilentHops) aubio_tempo_set_silence(tempo.get(), silenceThresholdDb);
@@ -373,6 +384,10 @@ AubioBeatTracker::analyze(std::span<const SharedTempoBuffer> buffers) {
     std::vector<float> flux;
     std::vector<float> fullFlux;
     std::vector<float> previousFull(window / 2 + 1, 0.0f);
+    const auto gateBins = std::max<std::size_t>(
+        1, static_cast<std::size_t>(std::ceil(gateBandBottom * gateWindow / analysisRate)));
+    std::vector<float> gateFlux;
+    std::vector<float> previousGate(gateWindow / 2 + 1, 0.0f);
     std::vector<double> beats;
     std::uint32_t noise = 0x12345678u; // a fixed seed: the same audio gives the same beats
     std::size_t filled = 0;
@@ -402,6 +417,14 @@ AubioBeatTracker::analyze(std::span<const SharedTempoBuffer> buffers) {
             previousFull[k] = level;
         }
         fullFlux.push_back(all);
+        float gate = 0;
+        aubio_pvoc_do(gatePvoc.get(), input.get(), gateGrain.get());
+        for (std::size_t k = gateBins; k < previousGate.size(); k += gateBandStride) {
+            const float level = std::log1p(100.0f * gateGrain->norm[k]);
+            gate += std::max(0.0f, level - previousGate[k]);
+            previousGate[k] = level;
+        }
+        gateFlux.push_back(gate);
         filled = 0;
     };
     float pairSum = 0;
@@ -452,11 +475,8 @@ AubioBeatTracker::analyze(std::span<const SharedTempoBuffer> buffers) {
     }
     if (bpm && options_.requireEvidence) {
         const double hopSeconds = hop / analysisRate;
-        // the hi-hat and a strum's brightness show in the full band, kick and snare in the
-        // low one: either repeating clearly is a beat
-        const auto full = beatEvidence(fullFlux, hopSeconds, 60.0 / *bpm);
-        const auto low = beatEvidence(flux, hopSeconds, 60.0 / *bpm);
-        if (!full.convincing() && !low.convincing()) return MusicAnalysis{};
+        // in the long window's onsets, where a steady hum holds still
+        if (!beatEvidence(gateFlux, hopSeconds, 60.0 / *bpm).convincing()) return MusicAnalysis{};
     }
     if (bpm) rhythm.beatsPerMinute = static_cast<float>(*bpm);
     rhythm.beats = std::move(beats);

@@ -114,9 +114,11 @@ std::vector<float> withoutBeat(const std::string& kind, double seconds) {
     for (std::size_t i = 0; i < audio.size(); ++i) {
         const double t = static_cast<double>(i) / rate;
         if (kind == "white noise") audio[i] = 0.3f * noise(random);
+        // mains hum as a 16-bit recording has it, with its dither
         if (kind == "hum")
             audio[i] = static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 60 * t) +
-                                          0.1 * std::sin(2 * std::numbers::pi * 180 * t));
+                                          0.1 * std::sin(2 * std::numbers::pi * 180 * t)) +
+                       3e-5f * noise(random);
         if (kind == "quiet room") audio[i] = 0.002f * noise(random);
     }
     // a door closing in the quiet room: one thump is no beat

@@ -55,9 +55,11 @@ inline constexpr unsigned beatTrackerWindow = 1024;
 inline constexpr unsigned beatTrackerHop = 512;
 /// The onset function chosen by measurement on recorded drums (see the tempo bench).
 inline constexpr const char* beatTrackerOnsetMethod = "specflux";
-/// Evidence of a beat: the strongest onsets (the top percent of the onset function)
-/// stand this many times above its median, the noise floor...
-inline constexpr double leastOnsetContrast = 3.0;
+/// Evidence of a beat, in an onset function of long windows (summed rises of log-magnitude):
+/// the strongest onsets (its top percent) reach at least this...
+inline constexpr double leastOnsetStrength = 0.5;
+/// ...and stand this many times above its median, the noise floor...
+inline constexpr double leastOnsetContrast = 1.5;
 /// ...and the onset function repeats at the beat's period at least this well (its
 /// normalised autocorrelation there: 1 for a perfectly regular pulse, near 0 for noise).
 inline constexpr double leastPeriodicity = 0.2;

@@ -62,7 +62,7 @@ inline constexpr double leastOnsetStrength = 0.5;
 inline constexpr double leastOnsetContrast = 1.5;
 /// ...and the onset function repeats at the beat's period at least this well (its
 /// normalised autocorrelation there: 1 for a perfectly regular pulse, near 0 for noise).
-inline constexpr double leastPeriodicity = 0.2;
+inline constexpr double leastPeriodicity = 0.08;
 } // namespace config
 
 /// How the aubio tracker is tuned. The defaults are the program's choice; the bench

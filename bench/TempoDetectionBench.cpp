@@ -11,7 +11,8 @@
 // for the program's tracker, for plain aubio_tempo (its own estimate, default
 // method) and for each onset method with and without the octave choice.
 // Targets: Acc1 >= 90% and Acc2 >= 98%; one analysis of a twelve-second window at
-// most 30 ms on one core.
+// most 30 ms on one core. Before them it counts the tempos reported for windows with no beat
+// (silence, hiss, hum, a quiet room), with and without the evidence gate: the target is none.
 //
 // FQ_TEMPO_BENCH_VARIANTS=0 skips the comparison of onset methods;
 // FQ_TEMPO_BENCH_SEED=N builds another set of clips (other gains, offsets, noise and
@@ -32,6 +33,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <numbers>
 #include <optional>
 #include <random>
 #include <string>
@@ -396,8 +398,10 @@ void reportAccuracy() {
         const char* value = std::getenv("FQ_TEMPO_BENCH_VARIANTS");
         return value == nullptr || std::string(value) != "0";
     }();
+    AubioBeatTrackerOptions ungated;
+    ungated.requireEvidence = false;
     std::vector<std::pair<std::string, AubioBeatTrackerOptions>> trackers{
-        {"program's tracker", {}}};
+        {"program's tracker", {}}, {"without the evidence gate", ungated}};
     if (variants) {
         for (const char* method :
              {"specflux", "hfc", "complex", "energy", "phase", "specdiff", "kl", "mkl", "wphase"}) {
@@ -442,6 +446,50 @@ void reportAccuracy() {
     std::fflush(stdout);
 }
 
+/// Windows with no beat in them (silence, hiss at three levels, mains hum, a quiet room with one
+/// knock): how many of them each tracker reports a tempo for. The answer should be none.
+void reportFalseTempos() {
+    std::mt19937 random(17);
+    std::normal_distribution<float> noise(0.0f, 1.0f);
+    std::vector<std::pair<std::string, Samples>> beatless;
+    const auto make = [&](const std::string& name, const auto& sample) {
+        Samples audio(lastWindow * bufferFrames);
+        for (std::size_t i = 0; i < audio.size(); ++i)
+            audio[i] = sample(static_cast<double>(i) / rate);
+        beatless.emplace_back(name, std::move(audio));
+    };
+    make("silence", [](double) { return 0.0f; });
+    for (const float level : {0.001f, 0.03f, 0.3f})
+        make("hiss " + std::to_string(level), [&, level](double) { return level * noise(random); });
+    for (const double mains : {50.0, 60.0})
+        make("hum " + std::to_string(static_cast<int>(mains)), [mains](double t) {
+            return static_cast<float>(0.4 * std::sin(2 * std::numbers::pi * mains * t) +
+                                      0.1 * std::sin(2 * std::numbers::pi * 3 * mains * t));
+        });
+    make("quiet room", [&](double t) {
+        const float knock =
+            t > 4.3 && t < 4.4 ? 0.5f * std::exp(-(static_cast<float>(t) - 4.3f) * 60) : 0.0f;
+        return 0.002f * noise(random) + knock * noise(random);
+    });
+    AubioBeatTrackerOptions ungated;
+    ungated.requireEvidence = false;
+    for (const auto& [name, options] : std::vector<std::pair<std::string, AubioBeatTrackerOptions>>{
+             {"program's tracker", {}}, {"without the evidence gate", ungated}}) {
+        AubioBeatTracker tracker(options);
+        int tempos = 0;
+        std::string which;
+        for (const auto& [kind, audio] : beatless)
+            for (const auto count : {firstWindow, lastWindow})
+                if (const auto bpm = tracked(tracker, window(audio, count))) {
+                    ++tempos;
+                    which += " " + kind + " (" + std::to_string(static_cast<int>(*bpm)) + ")";
+                }
+        std::printf("%-28s tempos in %zu beatless windows: %d%s\n", name.c_str(),
+                    2 * beatless.size(), tempos, which.c_str());
+    }
+    std::fflush(stdout);
+}
+
 void BM_AnalysisOfTwelveSeconds(benchmark::State& state) {
     const auto& all = clips();
     if (all.empty()) {
@@ -475,6 +523,7 @@ BENCHMARK(BM_PlainAubioOfTwelveSeconds)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
+    reportFalseTempos();
     reportAccuracy();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -1,5 +1,7 @@
 #pragma once
 
+// The metronome's commands.
+
 #include "ChordCommands.h"
 
 namespace fq::cli {

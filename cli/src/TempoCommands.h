@@ -1,5 +1,7 @@
 #pragma once
 
+// The tempo detection command.
+
 #include "ChordCommands.h"
 
 namespace fq::cli {

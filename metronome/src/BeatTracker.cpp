@@ -1,3 +1,6 @@
+// The program's beat tracker: aubio's tempo tracking, its octave and off-beat corrections,
+// and the evidence a window must show before its beat is believed.
+
 #include "fq/metronome/BeatTracker.h"
 
 #include <aubio/aubio.h>
@@ -41,6 +44,14 @@ constexpr double offBeatRatio = 1.5;
 /// The full band's flux only refines the period: every fourth bin measures it as
 /// well as all of them (the bench compares), at a quarter of the logarithms.
 constexpr std::size_t fullBandStride = 4;
+/// The gate's onset function uses a window this many hops long: a steady tone's magnitude
+/// then holds still from hop to hop (with a short window a hum and its mirror image
+/// overlap, and its spectrum wobbles with its phase as if it had onsets)...
+constexpr unsigned gateWindowHops = 8;
+/// ...and starts above the lowest bins, which the window's own shape fills.
+constexpr double gateBandBottom = 40.0;
+/// Every second bin of the gate's band measures it well enough.
+constexpr std::size_t gateBandStride = 2;
 /// How much an onset halfway between two beats counts towards a grid: an eighth-note
 /// kick belongs to a quarter-note beat, but a quarter-note snare is no offbeat of a
 /// half-note one.
@@ -268,7 +279,57 @@ void correctOffBeat(std::vector<double>& beats, double period, const std::vector
         beats.pop_back();
 }
 
+/// The normalised autocorrelation of `centred` at `lag` hops, interpolated between hops.
+double normalisedAutocorrelation(const std::vector<double>& centred, double lag, double energy) {
+    const auto whole = static_cast<std::size_t>(lag);
+    const double part = lag - static_cast<double>(whole);
+    if (whole + 1 >= centred.size() || energy <= 0) return 0;
+    double at = 0;
+    double next = 0;
+    for (std::size_t i = 0; i + whole + 1 < centred.size(); ++i) {
+        at += centred[i] * centred[i + whole];
+        next += centred[i] * centred[i + whole + 1];
+    }
+    // scaled to the overlap, so that a long lag is not penalised for its shorter sum
+    const double overlap = static_cast<double>(centred.size() - whole - 1);
+    return ((1 - part) * at + part * next) / overlap /
+           (energy / static_cast<double>(centred.size()));
+}
+
 } // namespace
+
+BeatEvidence beatEvidence(std::span<const float> onsets, double hopSeconds, double periodSeconds) {
+    BeatEvidence evidence;
+    if (onsets.size() < 8 || !(hopSeconds > 0) || !(periodSeconds > 0)) return evidence;
+    std::vector<float> sorted(onsets.begin(), onsets.end());
+    std::sort(sorted.begin(), sorted.end());
+    const double median = sorted[sorted.size() / 2];
+    const double top = sorted[sorted.size() - 1 - sorted.size() / 100];
+    // the faintest beat still raises many bins by a large step of the log scale at once
+    if (top < config::leastOnsetStrength) return evidence;
+    constexpr double quietest = 1e-3;
+    evidence.onsetContrast = top / std::max(median, quietest);
+
+    double mean = 0;
+    for (const float value : onsets)
+        mean += value;
+    mean /= static_cast<double>(onsets.size());
+    std::vector<double> centred;
+    centred.reserve(onsets.size());
+    double energy = 0;
+    for (const float value : onsets) {
+        centred.push_back(value - mean);
+        energy += centred.back() * centred.back();
+    }
+    // at the beat's period, or at twice it where a bar's pattern repeats more clearly
+    for (const double lag : {periodSeconds / hopSeconds, 2 * periodSeconds / hopSeconds}) {
+        if (lag > static_cast<double>(onsets.size()) / 2) break;
+        for (double candidate = lag * 0.96; candidate <= lag * 1.04; candidate += 0.25)
+            evidence.periodicity = std::max(evidence.periodicity,
+                                            normalisedAutocorrelation(centred, candidate, energy));
+    }
+    return evidence;
+}
 
 std::optional<double> tempoFromBeats(std::span<const double> beats) {
     if (beats.size() < 2) return std::nullopt;
@@ -309,7 +370,10 @@ AubioBeatTracker::analyze(std::span<const SharedTempoBuffer> buffers) {
     std::unique_ptr<fvec_t, FvecDeleter> input(new_fvec(hop));
     std::unique_ptr<fvec_t, FvecDeleter> output(new_fvec(2));
     std::unique_ptr<cvec_t, CvecDeleter> grain(new_cvec(window));
-    if (!tempo || !pvoc || !input || !output || !grain)
+    const unsigned gateWindow = gateWindowHops * hop;
+    std::unique_ptr<aubio_pvoc_t, PvocDeleter> gatePvoc(new_aubio_pvoc(gateWindow, hop));
+    std::unique_ptr<cvec_t, CvecDeleter> gateGrain(new_cvec(gateWindow));
+    if (!tempo || !pvoc || !input || !output || !grain || !gatePvoc || !gateGrain)
         return tl::unexpected(
             Error{"The beat tracker cannot use the onset method " + options_.onsetMethod});
     if (options_.ditherSilentHops) aubio_tempo_set_silence(tempo.get(), silenceThresholdDb);
@@ -320,6 +384,10 @@ AubioBeatTracker::analyze(std::span<const SharedTempoBuffer> buffers) {
     std::vector<float> flux;
     std::vector<float> fullFlux;
     std::vector<float> previousFull(window / 2 + 1, 0.0f);
+    const auto gateBins = std::max<std::size_t>(
+        1, static_cast<std::size_t>(std::ceil(gateBandBottom * gateWindow / analysisRate)));
+    std::vector<float> gateFlux;
+    std::vector<float> previousGate(gateWindow / 2 + 1, 0.0f);
     std::vector<double> beats;
     std::uint32_t noise = 0x12345678u; // a fixed seed: the same audio gives the same beats
     std::size_t filled = 0;
@@ -349,6 +417,14 @@ AubioBeatTracker::analyze(std::span<const SharedTempoBuffer> buffers) {
             previousFull[k] = level;
         }
         fullFlux.push_back(all);
+        float gate = 0;
+        aubio_pvoc_do(gatePvoc.get(), input.get(), gateGrain.get());
+        for (std::size_t k = gateBins; k < previousGate.size(); k += gateBandStride) {
+            const float level = std::log1p(100.0f * gateGrain->norm[k]);
+            gate += std::max(0.0f, level - previousGate[k]);
+            previousGate[k] = level;
+        }
+        gateFlux.push_back(gate);
         filled = 0;
     };
     float pairSum = 0;
@@ -396,6 +472,11 @@ AubioBeatTracker::analyze(std::span<const SharedTempoBuffer> buffers) {
         } else if (options_.correctOffBeat) {
             correctOffBeat(beats, period, events, tolerance, end);
         }
+    }
+    if (bpm && options_.requireEvidence) {
+        const double hopSeconds = hop / analysisRate;
+        // in the long window's onsets, where a steady hum holds still
+        if (!beatEvidence(gateFlux, hopSeconds, 60.0 / *bpm).convincing()) return MusicAnalysis{};
     }
     if (bpm) rhythm.beatsPerMinute = static_cast<float>(*bpm);
     rhythm.beats = std::move(beats);

@@ -8,6 +8,7 @@
 #include <sndfile.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <memory>
 
@@ -58,7 +59,7 @@ struct SndfileCloser {
 };
 
 Error failure(std::string_view name, std::string_view why) {
-    return Error{fmt::format("Cannot read {}.wav: {}", name, why)};
+    return Error{fmt::format("Cannot read {}.wav: {}", name, why), ErrorKind::corrupt};
 }
 
 } // namespace
@@ -120,8 +121,44 @@ tl::expected<PcmBuffer, Error> decodeClick(std::string_view name, std::string_vi
 
 tl::expected<PcmBuffer, Error> loadClick(std::string_view name, const ClickResources& resources) {
     const auto bytes = resources ? resources(name) : std::nullopt;
-    if (!bytes) return tl::unexpected(Error{fmt::format("{}.wav not found", name)});
+    if (!bytes)
+        return tl::unexpected(Error{fmt::format("{}.wav not found", name), ErrorKind::notFound});
     return decodeClick(name, *bytes);
+}
+
+tl::expected<PcmBuffer, Error> resampledClick(const PcmBuffer& click, double sampleRate) {
+    if (sampleRate == click.sampleRate || click.frameLength() == 0 || !(sampleRate > 0))
+        return click;
+    const auto channels = click.channelCount();
+    const double ratio = sampleRate / click.sampleRate;
+    std::vector<float> interleaved(click.frameLength() * static_cast<std::size_t>(channels));
+    for (std::size_t i = 0; i < click.frameLength(); ++i)
+        for (int c = 0; c < channels; ++c)
+            interleaved[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(c)] =
+                click.channels[static_cast<std::size_t>(c)][i];
+    const auto capacity =
+        static_cast<std::size_t>(std::ceil(static_cast<double>(click.frameLength()) * ratio)) + 1;
+    std::vector<float> converted(capacity * static_cast<std::size_t>(channels));
+    SRC_DATA data{};
+    data.data_in = interleaved.data();
+    data.input_frames = static_cast<long>(click.frameLength());
+    data.data_out = converted.data();
+    data.output_frames = static_cast<long>(capacity);
+    data.src_ratio = ratio;
+    if (const int error = src_simple(&data, SRC_SINC_BEST_QUALITY, channels); error != 0)
+        return tl::unexpected(Error{
+            fmt::format("Cannot convert the click to {} Hz: {}", sampleRate, src_strerror(error)),
+            ErrorKind::device});
+    PcmBuffer result;
+    result.sampleRate = sampleRate;
+    result.channels.assign(static_cast<std::size_t>(channels),
+                           std::vector<float>(static_cast<std::size_t>(data.output_frames_gen)));
+    for (long i = 0; i < data.output_frames_gen; ++i)
+        for (int c = 0; c < channels; ++c)
+            result.channels[static_cast<std::size_t>(c)][static_cast<std::size_t>(i)] =
+                converted[static_cast<std::size_t>(i) * static_cast<std::size_t>(channels) +
+                          static_cast<std::size_t>(c)];
+    return result;
 }
 
 } // namespace fq::metronome

@@ -1,5 +1,8 @@
+// The render step of the click generator, on plain float buffers.
+
 #include "fq/metronome/MetronomeAudioUnit.h"
 
+#include <fq/core/Diagnostics.h>
 #include <fq/resources/fq_metronome.h>
 
 #include <algorithm>
@@ -60,8 +63,8 @@ MetronomeAudioUnit::create(const ClickResources& resources) {
     if (!tick) return tl::unexpected(tick.error());
     auto tock = loadClick("tock", resources);
     if (!tock) return tl::unexpected(tock.error());
-    unit->tickPCMBuffer_ = std::move(*tick);
-    unit->tockPCMBuffer_ = std::move(*tock);
+    unit->recordedTick_ = std::move(*tick);
+    unit->recordedTock_ = std::move(*tock);
     unit->prepare(config::clickSampleRate, config::maximumFramesToRender);
     return unit;
 }
@@ -74,8 +77,10 @@ std::array<MetronomeParameter*, 8> MetronomeAudioUnit::parameterTree() {
 void MetronomeAudioUnit::setClickBuffers(std::optional<PcmBuffer> tick,
                                          std::optional<PcmBuffer> tock) {
     clickBuf_ = nullptr;
-    tickPCMBuffer_ = std::move(tick);
-    tockPCMBuffer_ = std::move(tock);
+    recordedTick_ = std::move(tick);
+    recordedTock_ = std::move(tock);
+    tickPCMBuffer_ = recordedTick_;
+    tockPCMBuffer_ = recordedTock_;
 }
 
 void MetronomeAudioUnit::allocateRenderResources(double sampleRate) {
@@ -97,6 +102,16 @@ void MetronomeAudioUnit::allocateRenderResources(double sampleRate) {
 
 void MetronomeAudioUnit::prepare(double sampleRate, int maximumFrames) {
     allocateRenderResources(sampleRate);
+    const auto atRate = [sampleRate](const std::optional<PcmBuffer>& recorded) {
+        if (!recorded) return std::optional<PcmBuffer>();
+        auto resampled = resampledClick(*recorded, sampleRate);
+        if (resampled) return std::optional(std::move(*resampled));
+        // the click as recorded, a little fast or slow, is better than none
+        diagnostic(resampled.error().message);
+        return recorded;
+    };
+    tickPCMBuffer_ = atRate(recordedTick_);
+    tockPCMBuffer_ = atRate(recordedTock_);
     const auto frames = static_cast<std::size_t>(std::max(maximumFrames, 1));
     scratchLeft_.assign(frames, 0.0f);
     scratchRight_.assign(frames, 0.0f);

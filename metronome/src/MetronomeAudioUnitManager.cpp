@@ -1,3 +1,5 @@
+// Making the click unit, attaching it to the engine, and relaying its clicks to main.
+
 #include "fq/metronome/MetronomeAudioUnitManager.h"
 
 #include <fq/core/Diagnostics.h>

@@ -1,4 +1,9 @@
+// The metronome screen's decisions: settings into the unit, taps, presets, the switch,
+// listening for the tempo, and the live activity.
+
 #include "fq/metronome/MetronomeController.h"
+
+#include "fq/metronome/MetronomeSettings.h"
 
 #include <fq/core/Diagnostics.h>
 #include <fq/personal/PreferenceKeys.h>
@@ -96,7 +101,8 @@ MetronomeController::MetronomeController(std::shared_ptr<personal::SharedStore> 
                                          MetronomeAudioUnitManager& manager,
                                          asio::any_io_executor mainExecutor, Ports ports)
     : store_(std::move(store)), preferences_(preferences), manager_(manager),
-      mainExecutor_(std::move(mainExecutor)), ports_(ports), liveActivity_(ports.status, store_) {
+      mainExecutor_(std::move(mainExecutor)), ports_(ports), liveActivity_(ports.status, store_),
+      presetStore_(store_) {
     readTempoAndPresets();
     lastMetronomeOn_ = isMetronomeOn();
     // a change of the switch, from here, an intent or the shell, is handled on main
@@ -120,11 +126,11 @@ MetronomeController::~MetronomeController() {
 }
 
 int MetronomeController::beats() const {
-    return static_cast<int>(personal::read(*store_, keys::beats));
+    return config::beatsRange.clamped(personal::read(*store_, keys::beats));
 }
 
 int MetronomeController::subdivisions() const {
-    return static_cast<int>(personal::read(*store_, keys::subdivisions));
+    return config::subdivisionsRange.clamped(personal::read(*store_, keys::subdivisions));
 }
 
 bool MetronomeController::isMetronomeOn() const {
@@ -136,9 +142,8 @@ MetronomeAttributes::ContentState MetronomeController::contentState() const {
 }
 
 void MetronomeController::readTempoAndPresets() {
-    bpm_ = static_cast<int>(
-        std::clamp<std::int64_t>(personal::read(*store_, keys::tempo), INT_MIN, INT_MAX));
-    presets_ = loadPresets(*store_);
+    bpm_ = config::tempoRange.clamped(personal::read(*store_, keys::tempo));
+    presets_ = presetStore_.list();
 }
 
 void MetronomeController::open() {
@@ -163,14 +168,9 @@ void MetronomeController::close() {
 void MetronomeController::unitReady(MetronomeAudioUnit& unit) {
     if (parametersPushed_) return;
     parametersPushed_ = true;
-    unit.bpmParameter.setValue(static_cast<float>(bpm_));
-    unit.beatsParameter.setValue(static_cast<float>(beats()));
-    unit.subdivisionParameter.setValue(static_cast<float>(subdivisions()));
-    unit.muteParameter.setValue(0);
-    unit.soundParameter.setValue(static_cast<float>(preferences_.metronomeSound()));
-    unit.noteParameter.setValue(static_cast<float>(preferences_.metronomeKeyIndex()));
-    unit.fadeMsParameter.setValue(config::screenFadeMs);
-    unit.accentParameter.setValue(preferences_.accentFirstBeat() ? 1.0f : 0.0f);
+    auto settings = storedSettings(*store_, preferences_);
+    settings.bpm = bpm_;
+    applySettings(unit, settings);
     manager_.tickRelay().setHandler(
         [this](int beat, int subdivision) { handleTick(beat, subdivision); });
     unit.setOnTick(&manager_.tickRelay());
@@ -195,7 +195,7 @@ void MetronomeController::refreshLiveActivity() {
 }
 
 void MetronomeController::setTempo(int value) {
-    bpm_ = std::clamp(value, config::lowestTempo, config::highestTempo);
+    bpm_ = config::tempoRange.clamped(value);
     asio::post(mainExecutor_, [this, alive = alive_, bpm = bpm_] {
         if (!*alive) return;
         writeParameter(&MetronomeAudioUnit::bpmParameter, static_cast<float>(bpm));
@@ -223,13 +223,15 @@ void MetronomeController::tap(Clock::time_point now) {
     setTempo(static_cast<int>(std::min(tempo, static_cast<double>(INT_MAX))));
 }
 
-void MetronomeController::setBeats(int value) {
+void MetronomeController::setBeats(int beats) {
+    const int value = config::beatsRange.clamped(beats);
     report(personal::write(*store_, keys::beats, value));
     writeParameter(&MetronomeAudioUnit::beatsParameter, static_cast<float>(value));
     refreshLiveActivity();
 }
 
-void MetronomeController::setSubdivisions(int value) {
+void MetronomeController::setSubdivisions(int subdivisions) {
+    const int value = config::subdivisionsRange.clamped(subdivisions);
     report(personal::write(*store_, keys::subdivisions, value));
     writeParameter(&MetronomeAudioUnit::subdivisionParameter, static_cast<float>(value));
     refreshLiveActivity();
@@ -240,12 +242,15 @@ void MetronomeController::setAccentFirstBeat(bool accent) {
     writeParameter(&MetronomeAudioUnit::accentParameter, accent ? 1.0f : 0.0f);
 }
 
-void MetronomeController::setSound(MetronomeSound sound) {
+void MetronomeController::setSound(MetronomeSound chosen) {
+    const auto sound =
+        config::soundRange.contains(static_cast<long long>(chosen)) ? chosen : MetronomeSound::real;
     report(preferences_.setMetronomeSound(static_cast<std::int64_t>(sound)));
     writeParameter(&MetronomeAudioUnit::soundParameter, static_cast<float>(sound));
 }
 
-void MetronomeController::setKeyIndex(int index) {
+void MetronomeController::setKeyIndex(int chosen) {
+    const int index = config::keyIndexRange.clamped(chosen);
     report(preferences_.setMetronomeKeyIndex(index));
     writeParameter(&MetronomeAudioUnit::noteParameter, static_cast<float>(index));
 }
@@ -339,14 +344,9 @@ void MetronomeController::handleTick(int beat, int subdivision) {
 // Presets.
 
 tl::expected<MetronomePreset, Error> MetronomeController::savePreset(std::string name) {
-    if (name.empty()) return tl::unexpected(Error{"A preset needs a name"});
-    MetronomePreset preset{core::Uuid::random(), std::move(name), bpm_, beats(), subdivisions()};
-    auto changed = presets_;
-    changed.push_back(preset);
-    if (auto stored = storePresets(*store_, changed); !stored)
-        return tl::unexpected(stored.error());
-    presets_ = std::move(changed);
-    return preset;
+    auto saved = presetStore_.save(std::move(name), bpm_, beats(), subdivisions());
+    presets_ = presetStore_.list();
+    return saved;
 }
 
 void MetronomeController::loadPreset(const MetronomePreset& preset) {
@@ -357,31 +357,21 @@ void MetronomeController::loadPreset(const MetronomePreset& preset) {
 
 tl::expected<void, Error> MetronomeController::renamePreset(const core::Uuid& id,
                                                             std::string name) {
-    if (name.empty()) return tl::unexpected(Error{"A preset needs a name"});
-    auto changed = presets_;
-    const auto found = std::find_if(changed.begin(), changed.end(),
-                                    [&](const auto& preset) { return preset.id == id; });
-    if (found == changed.end()) return tl::unexpected(Error{"No such preset"});
-    found->name = std::move(name);
-    if (auto stored = storePresets(*store_, changed); !stored) return stored;
-    presets_ = std::move(changed);
-    return {};
+    auto renamed = presetStore_.rename(id, std::move(name));
+    presets_ = presetStore_.list();
+    return renamed;
 }
 
 tl::expected<void, Error> MetronomeController::deletePreset(const core::Uuid& id) {
-    auto changed = presets_;
-    const auto removed =
-        std::erase_if(changed, [&](const auto& preset) { return preset.id == id; });
-    if (removed == 0) return tl::unexpected(Error{"No such preset"});
-    if (auto stored = storePresets(*store_, changed); !stored) return stored;
-    presets_ = std::move(changed);
-    return {};
+    auto deleted = presetStore_.remove(id);
+    presets_ = presetStore_.list();
+    return deleted;
 }
 
 tl::expected<void, Error> MetronomeController::clearPresets() {
-    if (auto stored = storePresets(*store_, {}); !stored) return stored;
-    presets_.clear();
-    return {};
+    auto cleared = presetStore_.clear();
+    presets_ = presetStore_.list();
+    return cleared;
 }
 
 } // namespace fq::metronome

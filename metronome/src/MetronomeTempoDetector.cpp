@@ -1,3 +1,5 @@
+// The tempo detector's loop: the tap, the window, each analysis and what it reports.
+
 #include "fq/metronome/MetronomeTempoDetector.h"
 
 #include <fq/audio/AudioSessionManager.h>

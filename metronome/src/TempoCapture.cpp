@@ -1,3 +1,5 @@
+// The seams of tempo detection: the audio session, the engine's input, buffers, timers, files.
+
 #include "fq/metronome/TempoCapture.h"
 
 #include <fq/audio/AudioSessionManager.h>
@@ -174,10 +176,12 @@ tl::expected<TempoBuffer, Error> readTempoAudioFile(const std::filesystem::path&
     SNDFILE* handle = sf_open(file.c_str(), SFM_READ, &info);
     if (handle == nullptr)
         return tl::unexpected(
-            Error{"Cannot read the audio file " + file.string() + ": " + sf_strerror(nullptr)});
+            Error{"Cannot read the audio file " + file.string() + ": " + sf_strerror(nullptr),
+                  std::filesystem::exists(file) ? ErrorKind::corrupt : ErrorKind::notFound});
     const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> closer(handle, sf_close);
     if (info.channels < 1 || info.samplerate <= 0)
-        return tl::unexpected(Error{"The audio file " + file.string() + " has no audio"});
+        return tl::unexpected(
+            Error{"The audio file " + file.string() + " has no audio", ErrorKind::corrupt});
     TempoBuffer audio;
     audio.sampleRate = info.samplerate;
     std::vector<float> frames(4096 * static_cast<std::size_t>(info.channels));

@@ -1,3 +1,5 @@
+// The level display's transform: aubio's FFT with a Hann window, in 24 linear bands.
+
 #include "fq/metronome/TempoLevels.h"
 
 #include <aubio/aubio.h>

@@ -1,3 +1,5 @@
+// The beat tracker against audio whose beat (or lack of one) is known, and the level bands.
+
 #include "fq/metronome/BeatTracker.h"
 
 #include "fq/metronome/TempoLevels.h"
@@ -9,6 +11,7 @@
 #include <filesystem>
 #include <numbers>
 #include <random>
+#include <string>
 
 namespace fq::metronome {
 namespace {
@@ -103,12 +106,50 @@ TEST(AubioBeatTracker, KeepsBeatsThatFallOnDigitalSilence) {
     EXPECT_GE(count(with), 8u);
 }
 
-TEST(AubioBeatTracker, NothingToHearGivesNoTempo) {
+/// Audio with no beat in it: what a quiet room, a hum or hiss gives the tracker.
+std::vector<float> withoutBeat(const std::string& kind, double seconds) {
+    std::vector<float> audio(static_cast<std::size_t>(seconds * rate), 0.0f);
+    std::mt19937 random(11);
+    std::normal_distribution<float> noise(0.0f, 1.0f);
+    for (std::size_t i = 0; i < audio.size(); ++i) {
+        const double t = static_cast<double>(i) / rate;
+        if (kind == "white noise") audio[i] = 0.3f * noise(random);
+        // mains hum as a 16-bit recording has it, with its dither
+        if (kind == "hum")
+            audio[i] = static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 60 * t) +
+                                          0.1 * std::sin(2 * std::numbers::pi * 180 * t)) +
+                       3e-5f * noise(random);
+        if (kind == "quiet room") audio[i] = 0.002f * noise(random);
+    }
+    // a door closing in the quiet room: one thump is no beat
+    if (kind == "quiet room")
+        for (std::size_t i = 0; i < 3000; ++i)
+            audio[static_cast<std::size_t>(4.3 * rate) + i] +=
+                0.5f * noise(random) * std::exp(-static_cast<float>(i) / 400.0f);
+    return audio;
+}
+
+TEST(AubioBeatTracker, HearsNoTempoWithoutABeat) {
     AubioBeatTracker tracker;
     EXPECT_FALSE(tracker.analyze({}).value().rhythm);
-    const auto silence = tracker.analyze(buffersOf(std::vector<float>(8 * 4096, 0.0f)));
-    ASSERT_TRUE(silence);
-    EXPECT_TRUE(!silence->rhythm || silence->rhythm->beats.size() < 4);
+    for (const std::string kind : {"silence", "white noise", "hum", "quiet room"}) {
+        SCOPED_TRACE(kind);
+        for (const double seconds : {6.1, 12.0}) {
+            const auto result = tracker.analyze(buffersOf(withoutBeat(kind, seconds)));
+            ASSERT_TRUE(result);
+            EXPECT_FALSE(result->rhythm && result->rhythm->beatsPerMinute &&
+                         result->rhythm->beats.size() >= 4)
+                << *result->rhythm->beatsPerMinute;
+        }
+    }
+    // the same gate lets a beat through the hiss
+    auto clicks = clickTrack(100, 12.0);
+    const auto hiss = withoutBeat("white noise", 12.0);
+    for (std::size_t i = 0; i < clicks.size(); ++i)
+        clicks[i] += 0.1f * hiss[i];
+    const auto heard = tracker.analyze(buffersOf(clicks));
+    ASSERT_TRUE(heard && heard->rhythm && heard->rhythm->beatsPerMinute);
+    EXPECT_NEAR(*heard->rhythm->beatsPerMinute, 100, 1);
     AubioBeatTracker unknown({.onsetMethod = "no-such-method"});
     EXPECT_FALSE(unknown.analyze(buffersOf(clickTrack(120, 2))));
 }

@@ -12,10 +12,51 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
 namespace fq::metronome {
+
+/// A status surface and haptics that show nothing.
+struct QuietSurface final : StatusSurface, HapticsPort {
+    bool areActivitiesEnabled() const override { return true; }
+    tl::expected<void, Error> request(const MetronomeAttributes&,
+                                      const MetronomeAttributes::ContentState&) override {
+        return {};
+    }
+    void update(const MetronomeAttributes&, const MetronomeAttributes::ContentState&) override {}
+    void end(const MetronomeAttributes&, const MetronomeAttributes::ContentState&) override {}
+    void endAll() override {}
+};
+
+/// Records what the controller asks of listening, and lets the test speak as the detector.
+struct ScriptedPort final : TempoListeningPort {
+    void start(ListeningCallbacks::StateCallback state, ListeningCallbacks::TempoCallback tempo,
+               ListeningCallbacks::LevelsCallback levels) override {
+        calls.push_back("start");
+        onState = std::move(state);
+        onTempo = std::move(tempo);
+        onLevels = std::move(levels);
+    }
+    void stop() override {
+        calls.push_back("stop");
+        if (onState) onState(ListeningState::idle());
+        onState = nullptr;
+        onTempo = nullptr;
+        onLevels = nullptr;
+    }
+    /// As the detector reports a state, and a tempo with `detected`.
+    void report(const ListeningState& state) {
+        onState(state);
+        if (state.kind == ListeningState::Kind::detected) onTempo(state.tempo);
+    }
+
+    std::vector<std::string> calls;
+    ListeningCallbacks::StateCallback onState;
+    ListeningCallbacks::TempoCallback onTempo;
+    ListeningCallbacks::LevelsCallback onLevels;
+};
 
 class ControllerFixture : public testing::Test {
 protected:
@@ -45,6 +86,17 @@ protected:
     void poll() {
         main_.restart();
         main_.poll();
+    }
+    /// Renders offline while the main executor runs (its timers in real time), until
+    /// `done` or about two seconds of audio.
+    bool renderUntil(const std::function<bool()>& done) {
+        std::vector<float> left(441), right(441);
+        for (int i = 0; i < 200 && !done(); ++i) {
+            engine_.renderOffline(left, right, timeline_.now());
+            main_.restart();
+            main_.run_for(std::chrono::milliseconds(2));
+        }
+        return done();
     }
 
     std::filesystem::path folder_;

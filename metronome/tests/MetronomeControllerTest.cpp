@@ -6,10 +6,13 @@
 #include <fq/core/Diagnostics.h>
 #include <fq/personal/PreferenceKeys.h>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <filesystem>
+#include <thread>
+#include <tuple>
 
 namespace fq::metronome {
 namespace {
@@ -255,8 +258,8 @@ TEST_F(MetronomeControllerTest, PresetsAreStoredWithExactlyFiveKeys) {
 
     const auto second = controller.presets()[1];
     ASSERT_TRUE(controller.renamePreset(second.id, "Fast"));
-    EXPECT_FALSE(controller.renamePreset(core::Uuid::random(), "x"));
-    EXPECT_FALSE(controller.savePreset(""));
+    EXPECT_EQ(controller.renamePreset(core::Uuid::random(), "x").error().kind, ErrorKind::notFound);
+    EXPECT_EQ(controller.savePreset("").error().kind, ErrorKind::refused);
     ASSERT_TRUE(controller.deletePreset(first.id));
     EXPECT_FALSE(controller.deletePreset(first.id));
     EXPECT_EQ(loadPresets(*store_), (std::vector<MetronomePreset>{{second.id, "Fast", 140, 4, 3}}));
@@ -272,6 +275,38 @@ TEST_F(MetronomeControllerTest, PresetsAreStoredWithExactlyFiveKeys) {
     EXPECT_EQ(loadPresets(*store_).size(), 1u);
     ASSERT_TRUE(controller_->clearPresets());
     EXPECT_TRUE(loadPresets(*store_).empty());
+}
+
+TEST_F(MetronomeControllerTest, PresetsChangedByTwoProcessesAtOnceAreAllKept) {
+    // a screen whose list was read before another process saved, and that process
+    auto& controller = open();
+    auto other = *personal::SharedStore::open(folder_ / "store.sqlite");
+    MetronomePresetStore elsewhere(other);
+    ASSERT_TRUE(elsewhere.save("From the intent", 90, 3, 1));
+    ASSERT_TRUE(controller.savePreset("From the screen"));
+    EXPECT_EQ(controller.presets().size(), 2u);
+
+    std::vector<std::thread> writers;
+    for (int w = 0; w < 4; ++w)
+        writers.emplace_back([&, w] {
+            auto own = *personal::SharedStore::open(folder_ / "store.sqlite");
+            MetronomePresetStore presets(own);
+            for (int i = 0; i < 10; ++i)
+                EXPECT_TRUE(presets.save(fmt::format("{}-{}", w, i), 100 + i, 4, 1));
+        });
+    for (auto& writer : writers)
+        writer.join();
+    EXPECT_EQ(MetronomePresetStore(store_).list().size(), 42u);
+
+    // a stored preset out of range loads within the ranges
+    ASSERT_TRUE(elsewhere.clear());
+    const auto wild = *elsewhere.save("Wild", 900, 0, 99);
+    const auto loaded = elsewhere.load(*elsewhere.find(wild.id.text()));
+    ASSERT_TRUE(loaded);
+    EXPECT_EQ(std::tie(loaded->bpm, loaded->beats, loaded->subdivisions),
+              std::make_tuple(300, 1, 8));
+    EXPECT_EQ(personal::read(*store_, keys::tempo), 300);
+    EXPECT_EQ(elsewhere.find("Tango").error().message, "No preset named Tango");
 }
 
 TEST_F(MetronomeControllerTest, TheManagerReportsAMissingClickAndStartsOnlyOnce) {

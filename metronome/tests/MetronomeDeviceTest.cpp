@@ -1,11 +1,13 @@
 // End to end on a real clocked device: a private sound server's null sink, recorded
-// from its monitor. And the rendered file, read back.
+// from its monitor. The rendered file, read back; and the settings' ranges.
 
 #include "PulseTestServer.h"
 #include "fq/metronome/MetronomeAudioUnitManager.h"
 #include "fq/metronome/MetronomeRender.h"
 
 #include <fq/audio/Timeline.h>
+#include <fq/personal/SharedStore.h>
+#include <fq/personal/UserPreferences.h>
 
 #include <asio/io_context.hpp>
 #include <gtest/gtest.h>
@@ -99,7 +101,51 @@ TEST(MetronomeRenderTest, RenderedFilesHaveClicksOnTheExactFrames) {
               (std::vector<std::int64_t>{1, 22051, 44101, 66151, 88201}));
 }
 
-TEST(MetronomeRenderTest, KeysAsAPersonWritesThem) {
+TEST(MetronomeRenderTest, ALongRenderOutgrowsWavIntoRf64) {
+    // 16-bit stereo: four bytes a frame, and a RIFF size field of 32 bits
+    const std::int64_t fourGigabytes = std::int64_t{1} << 32;
+    EXPECT_EQ(containerFor(44100), WavContainer::wav);
+    EXPECT_EQ(containerFor(fourGigabytes / 4 - 2048), WavContainer::wav);
+    EXPECT_EQ(containerFor(fourGigabytes / 4), WavContainer::rf64);
+    EXPECT_EQ(containerFor(25000LL * 44100), WavContainer::rf64);
+}
+
+TEST(MetronomeSettingsTest, PeopleAreRefusedAndStoredValuesClamped) {
+    EXPECT_EQ(checkedTempo(300), 300);
+    EXPECT_EQ(checkedTempo(29).error(),
+              (Error{"The tempo must be 30 to 300 BPM, not 29", ErrorKind::refused}));
+    EXPECT_FALSE(checkedBeats(0));
+    EXPECT_EQ(checkedBeats(16), 16);
+    EXPECT_FALSE(checkedSubdivisions(9));
+    EXPECT_EQ(checkedSound("Square"), MetronomeSound::square);
+    EXPECT_FALSE(checkedSound("bell"));
+
+    const auto folder = std::filesystem::temp_directory_path() /
+                        ("fq-settings-" + std::to_string(::getpid()) + ".sqlite");
+    auto store = *personal::SharedStore::open(folder);
+    for (const auto& [key, value] :
+         std::vector<std::pair<const char*, std::int64_t>>{{"tempo", 1000},
+                                                           {"beats", -3},
+                                                           {"subdivisions", 40},
+                                                           {"metronomeSound", 9},
+                                                           {"metronomeKeyIndex", 13}})
+        ASSERT_TRUE(store->set(key, value));
+    const personal::UserPreferences preferences(store);
+    EXPECT_EQ(storedSettings(*store, preferences),
+              (MetronomeSettings{300, 1, 8, MetronomeSound::real, 12, true}));
+    MetronomeSettingsRequest request;
+    request.bpm = 90;
+    request.key = "A";
+    request.accentFirstBeat = false;
+    EXPECT_EQ(withRequest(storedSettings(*store, preferences), request),
+              (MetronomeSettings{90, 1, 8, MetronomeSound::real, 5, false}));
+    request.beats = 17;
+    EXPECT_FALSE(withRequest({}, request));
+    store.reset();
+    std::filesystem::remove(folder);
+}
+
+TEST(MetronomeSettingsTest, KeysAsAPersonWritesThem) {
     const std::vector<std::pair<std::string, std::optional<int>>> cases{
         {"E (Low)", 0}, {"low E", 0}, {"F", 1},  {"F#", 2}, {"Gb", 2},
         {"G♭", 2},      {"F♯/G♭", 2}, {"a", 5},  {"E", 12}, {"7", 7},

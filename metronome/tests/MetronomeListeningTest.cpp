@@ -16,48 +16,7 @@ namespace fq::metronome {
 namespace {
 
 namespace keys = personal::keys;
-using Kind = ListeningState::Kind;
-
 const std::vector<float> atRest(24, 0.08f);
-
-struct QuietSurface final : StatusSurface, HapticsPort {
-    bool areActivitiesEnabled() const override { return true; }
-    tl::expected<void, Error> request(const MetronomeAttributes&,
-                                      const MetronomeAttributes::ContentState&) override {
-        return {};
-    }
-    void update(const MetronomeAttributes&, const MetronomeAttributes::ContentState&) override {}
-    void end(const MetronomeAttributes&, const MetronomeAttributes::ContentState&) override {}
-    void endAll() override {}
-};
-
-/// Records what the controller asks, and lets the test speak as the detector.
-struct ScriptedPort final : TempoListeningPort {
-    void start(ListeningCallbacks::StateCallback state, ListeningCallbacks::TempoCallback tempo,
-               ListeningCallbacks::LevelsCallback levels) override {
-        calls.push_back("start");
-        onState = std::move(state);
-        onTempo = std::move(tempo);
-        onLevels = std::move(levels);
-    }
-    void stop() override {
-        calls.push_back("stop");
-        if (onState) onState(ListeningState::idle());
-        onState = nullptr;
-        onTempo = nullptr;
-        onLevels = nullptr;
-    }
-    /// As the detector reports a state, and a tempo with `detected`.
-    void report(const ListeningState& state) {
-        onState(state);
-        if (state.kind == Kind::detected) onTempo(state.tempo);
-    }
-
-    std::vector<std::string> calls;
-    ListeningCallbacks::StateCallback onState;
-    ListeningCallbacks::TempoCallback onTempo;
-    ListeningCallbacks::LevelsCallback onLevels;
-};
 
 class MetronomeListeningTest : public ControllerFixture {
 protected:
@@ -161,26 +120,27 @@ TEST_F(MetronomeListeningTest, ListeningAndClickingExcludeEachOther) {
     EXPECT_FALSE(controller.isMetronomeOn());
 }
 
-TEST_F(MetronomeListeningTest, WithoutTheFeatureListeningNeverStarts) {
-    ASSERT_TRUE(personal::write(*store_, keys::shouldStartTempoDetectionFromAppIntent, true));
-    auto& controller = open(nullptr);
-    // the intent's request is used up, and the screen says why nothing listens
-    EXPECT_FALSE(personal::read(*store_, keys::shouldStartTempoDetectionFromAppIntent));
-    EXPECT_EQ(controller.tempoDetectionMessage(), "Requires iOS 27");
-    EXPECT_FALSE(controller.isListeningForTempo());
-    EXPECT_EQ(controller.tempoEQLevels(), atRest);
-}
-
 TEST_F(MetronomeListeningTest, AnIntentStartsListeningOnArrivalOnce) {
-    ASSERT_TRUE(personal::write(*store_, keys::shouldStartTempoDetectionFromAppIntent, true));
-    auto& controller = open(&port_);
-    EXPECT_EQ(port_.calls, std::vector<std::string>{"start"});
-    EXPECT_FALSE(personal::read(*store_, keys::shouldStartTempoDetectionFromAppIntent));
-    controller.close();
-    EXPECT_EQ(port_.calls.back(), "stop");
+    for (const bool feature : {false, true}) {
+        SCOPED_TRACE(feature);
+        ASSERT_TRUE(personal::write(*store_, keys::shouldStartTempoDetectionFromAppIntent, true));
+        port_.calls.clear();
+        auto& controller = open(feature ? &port_ : nullptr);
+        // the intent's request is used up either way
+        EXPECT_FALSE(personal::read(*store_, keys::shouldStartTempoDetectionFromAppIntent));
+        if (!feature) {
+            // the screen says why nothing listens
+            EXPECT_EQ(controller.tempoDetectionMessage(), "Requires iOS 27");
+            EXPECT_FALSE(controller.isListeningForTempo());
+            EXPECT_EQ(controller.tempoEQLevels(), atRest);
+            continue;
+        }
+        EXPECT_EQ(port_.calls, std::vector<std::string>{"start"});
+        controller.close();
+        EXPECT_EQ(port_.calls.back(), "stop");
+    }
     // a detector that outlives the screen finds nobody to tell
-    port_.calls.clear();
-    controller.startListening();
+    controller_->startListening();
     auto onState = port_.onState;
     controller_.reset();
     onState(ListeningState::detected(100));

@@ -1,5 +1,7 @@
 #pragma once
 
+// Rhythm analysis of captured audio: the tracker's contract and the program's aubio tracker.
+
 #include <fq/core/Error.h>
 
 #include <tl/expected.hpp>
@@ -53,6 +55,14 @@ inline constexpr unsigned beatTrackerWindow = 1024;
 inline constexpr unsigned beatTrackerHop = 512;
 /// The onset function chosen by measurement on recorded drums (see the tempo bench).
 inline constexpr const char* beatTrackerOnsetMethod = "specflux";
+/// Evidence of a beat, in an onset function of long windows (summed rises of log-magnitude):
+/// the strongest onsets (its top percent) reach at least this...
+inline constexpr double leastOnsetStrength = 0.5;
+/// ...and stand this many times above its median, the noise floor...
+inline constexpr double leastOnsetContrast = 1.5;
+/// ...and the onset function repeats at the beat's period at least this well (its
+/// normalised autocorrelation there: 1 for a perfectly regular pulse, near 0 for noise).
+inline constexpr double leastPeriodicity = 0.08;
 } // namespace config
 
 /// How the aubio tracker is tuned. The defaults are the program's choice; the bench
@@ -72,7 +82,28 @@ struct AubioBeatTrackerOptions {
     bool tempoFromBeatSpacing = true;
     /// Analyses audio of 32 kHz and above at half its rate.
     bool halveRate = true;
+    /// Reports no rhythm unless there is evidence of a beat (see config above): aubio
+    /// places beats in silence, noise and a steady hum as readily as in music.
+    bool requireEvidence = true;
 };
+
+/// How clearly a window shows a beat, from its onset function.
+struct BeatEvidence {
+    /// The top percent of the onset function over its median.
+    double onsetContrast = 0;
+    /// Normalised autocorrelation of the onset function at the beat's period.
+    double periodicity = 0;
+
+    bool convincing() const {
+        return onsetContrast >= config::leastOnsetContrast &&
+               periodicity >= config::leastPeriodicity;
+    }
+};
+
+/// The evidence in an onset function of hops `hopSeconds` apart, for a beat every
+/// `periodSeconds` (searched within 4% of it and of twice it, where a bar may repeat
+/// more clearly than its beats).
+BeatEvidence beatEvidence(std::span<const float> onsets, double hopSeconds, double periodSeconds);
 
 /// The program's beat tracker: aubio's `aubio_tempo` run over the whole window,
 /// with the tempo taken from the median beat spacing (aubio's own estimate reads

@@ -1,5 +1,7 @@
 #pragma once
 
+// The metronome screen's listening, done by a tempo detector.
+
 #include "fq/metronome/MetronomeController.h"
 #include "fq/metronome/MetronomeTempoDetector.h"
 

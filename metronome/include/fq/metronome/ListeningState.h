@@ -1,5 +1,7 @@
 #pragma once
 
+// What tempo detection shows, and the callbacks that tell it.
+
 #include <cstdint>
 #include <functional>
 #include <string>

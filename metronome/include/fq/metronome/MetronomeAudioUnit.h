@@ -1,5 +1,7 @@
 #pragma once
 
+// The click generator that runs inside the audio graph, with its parameters and clicks.
+
 #include <fq/audio/AudioSource.h>
 #include <fq/core/Error.h>
 
@@ -77,6 +79,8 @@ tl::expected<PcmBuffer, Error> loadClick(std::string_view name,
                                          const ClickResources& resources = embeddedClick);
 /// Decodes WAV (or any libsndfile format) bytes; `name` is for messages.
 tl::expected<PcmBuffer, Error> decodeClick(std::string_view name, std::string_view bytes);
+/// The same click at `sampleRate`, so that it keeps its length and pitch there.
+tl::expected<PcmBuffer, Error> resampledClick(const PcmBuffer& click, double sampleRate);
 
 /// Told of every click, on the render thread: must not block, allocate or throw.
 class TickListener {
@@ -134,6 +138,8 @@ public:
     void renderBlock(int frames, float* left, float* right) noexcept;
 
     // audio::AudioSource
+    /// Control: also converts the recorded clicks to `sampleRate`, so that they sound
+    /// the same at any rate of the device.
     void prepare(double sampleRate, int maximumFrames) override;
     /// RT: renders into buffers of its own and adds them to the mix.
     void render(const audio::BlockTiming& timing, float* left, float* right) noexcept override;
@@ -142,7 +148,8 @@ public:
     // The render state, for tests.
     const std::optional<PcmBuffer>& tickPCMBuffer() const { return tickPCMBuffer_; }
     const std::optional<PcmBuffer>& tockPCMBuffer() const { return tockPCMBuffer_; }
-    /// Replaces a click (tests reach the one-channel playback this way).
+    /// Replaces a click as recorded; the next prepare converts it to the rate (tests
+    /// reach the one-channel playback this way).
     void setClickBuffers(std::optional<PcmBuffer> tick, std::optional<PcmBuffer> tock);
     double sampleRate() const { return sampleRate_; }
     double samplesIntoSubdivision() const { return samplesIntoSubdivision_; }
@@ -174,6 +181,9 @@ private:
     void startSynth(double frequency, float level) noexcept;
     void addSound(const BlockParameters& block, float* left, float* right, int frame) noexcept;
 
+    // the clicks as recorded, and as converted to the present rate
+    std::optional<PcmBuffer> recordedTick_;
+    std::optional<PcmBuffer> recordedTock_;
     std::optional<PcmBuffer> tickPCMBuffer_;
     std::optional<PcmBuffer> tockPCMBuffer_;
     const PcmBuffer* clickBuf_ = nullptr;

@@ -1,5 +1,7 @@
 #pragma once
 
+// The graph around the click unit: making it, attaching it to the engine, start and stop.
+
 #include "fq/metronome/MetronomeAudioUnit.h"
 
 #include <fq/audio/SharedAudioEngine.h>

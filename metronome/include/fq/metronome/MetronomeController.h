@@ -1,5 +1,7 @@
 #pragma once
 
+// The metronome screen's decisions, its live activity, and the ports it shows them through.
+
 #include "fq/metronome/ListeningState.h"
 #include "fq/metronome/MetronomeAudioUnitManager.h"
 #include "fq/metronome/MetronomePresets.h"
@@ -20,9 +22,6 @@
 namespace fq::metronome {
 
 namespace config {
-inline constexpr int lowestTempo = 30;
-/// Wider on purpose than the parameter's declared top of 240.
-inline constexpr int highestTempo = 300;
 inline constexpr std::size_t maxTapHistory = 5;
 inline constexpr std::chrono::duration<double> resetInterval{5.0};
 /// The screen always runs the synth with these fades, not the parameter's initial 2.
@@ -148,6 +147,7 @@ public:
 
     /// Limits the tempo to 30…300; the unit hears it in a main-thread task.
     void setTempo(int value);
+    // Each of these keeps its value to its range (MetronomeSettings.h).
     /// Counts a tap at `now`; from the second tap on, sets the tempo from the mean
     /// interval of the last five taps. A pause over five seconds starts a new count.
     void tap(Clock::time_point now = Clock::now());
@@ -161,6 +161,7 @@ public:
 
     // Presets.
 
+    /// The list as last read or changed here.
     const std::vector<MetronomePreset>& presets() const { return presets_; }
     /// A new preset of the present tempo and meter, appended and stored.
     tl::expected<MetronomePreset, Error> savePreset(std::string name);
@@ -234,6 +235,7 @@ private:
     std::optional<int> lastDetectedTempo_;
     std::vector<float> tempoEQLevels_ =
         std::vector<float>(config::tempoLevelBands, config::tempoLevelAtRest);
+    MetronomePresetStore presetStore_;
     std::vector<MetronomePreset> presets_;
     bool parametersPushed_ = false;
     bool lastMetronomeOn_ = false;

@@ -1,5 +1,7 @@
 #pragma once
 
+// Listening for the player's tempo: the capture window, the analysis loop and its states.
+
 #include "fq/metronome/BeatTracker.h"
 #include "fq/metronome/ListeningState.h"
 #include "fq/metronome/TempoCapture.h"

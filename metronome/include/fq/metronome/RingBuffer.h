@@ -1,5 +1,7 @@
 #pragma once
 
+// A declared single-channel ring of floats that nothing uses yet.
+
 #include <vector>
 
 namespace fq::metronome {

@@ -1,5 +1,7 @@
 #pragma once
 
+// The 24-band level display of a captured buffer.
+
 #include <array>
 #include <memory>
 #include <span>

@@ -3,6 +3,7 @@ PRESET ?= release
 JOBS ?= $(shell nproc)
 # ccache (when installed) finds earlier compiles of the same files from any clone of the tree.
 export CCACHE_BASEDIR ?= $(CURDIR)
+export CCACHE_NOHASHDIR ?= 1
 
 .PHONY: run test bench bootstrap build build-ci format
 

@@ -41,11 +41,7 @@ Wav readWav(const fs::path& file) {
     return wav;
 }
 
-class AudioCommandsTest : public ::testing::Test {
-protected:
-    void SetUp() override { setenv("FRETQUILL_HOME", (folder_ / "home").c_str(), 1); }
-    test::TemporaryFolder folder_;
-};
+class AudioCommandsTest : public OwnHome {};
 
 TEST_F(AudioCommandsTest, RenderWritesTheStrumToAWavFile) {
     const auto file = (folder_ / "c.wav").string();

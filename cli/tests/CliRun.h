@@ -5,6 +5,8 @@
 
 #include "Cli.h"
 
+#include <fq/test/TemporaryFolder.h>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
@@ -14,11 +16,32 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 namespace fq::cli {
+
+/// A home of the test's own for the commands it runs; the home before it is put back after,
+/// so that tests sharing one process never write into a folder another test removed.
+class OwnHome : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (const char* before = std::getenv("FRETQUILL_HOME")) before_ = before;
+        setenv("FRETQUILL_HOME", (folder_ / "home").c_str(), 1);
+    }
+    void TearDown() override {
+        if (before_)
+            setenv("FRETQUILL_HOME", before_->c_str(), 1);
+        else
+            unsetenv("FRETQUILL_HOME");
+    }
+    test::TemporaryFolder folder_;
+
+private:
+    std::optional<std::string> before_;
+};
 
 struct Run {
     int status;

@@ -61,11 +61,9 @@ std::size_t characters(std::string_view text) {
     }));
 }
 
-class TunerCommandsTest : public ::testing::Test {
+class TunerCommandsTest : public OwnHome {
 protected:
-    void SetUp() override { setenv("FRETQUILL_HOME", (folder_ / "home").c_str(), 1); }
     std::string file(const char* name) const { return (folder_ / name).string(); }
-    test::TemporaryFolder folder_;
 };
 
 TEST_F(TunerCommandsTest, ARenderedReferenceToneIsReadBackInTune) {
